@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+/**
+ * The vehicle data that the renderer draws with.
+ *
+ * The record lies byte for byte at the start of the shared segment, so its layout is a wire
+ * format: natural alignment, the processor's byte order, 28 bytes. docs/renderer-link.md has the
+ * picture of it. The spare bytes are never set by the controller and stay 0xFF.
+ */
+struct DeviceData
+{
+    uint8_t spare0;
+    uint8_t spare1;
+    uint8_t spare2;
+    int32_t speed;    ///< the vehicle's own unit, 0 to 255; see docs/picture-decision.md
+    char keyStatus;   ///< 0 off, 1 accessory position, 2 ignition on
+    char lightStatus; ///< 0 off, 1 left, 2 right, 3 hazard
+    int32_t angle;    ///< steering wheel, -2838 to 2838; positive as the vehicle counts
+    uint8_t spare16;
+    uint8_t spare17;
+    char gear; ///< 0 none yet, 1 P, 2 R, 3 N, 4 D
+    uint8_t spare19;
+    uint8_t spare20;
+    int32_t radar; ///< six 4-bit levels, sensor 0 in bits 0 to 3
+};
+
+static_assert(std::is_trivially_copyable<DeviceData>::value, "the record is copied as bytes");
+static_assert(sizeof(DeviceData) == 28, "the renderer expects 28 bytes");
+static_assert(offsetof(DeviceData, speed) == 4, "wire format");
+static_assert(offsetof(DeviceData, keyStatus) == 8, "wire format");
+static_assert(offsetof(DeviceData, lightStatus) == 9, "wire format");
+static_assert(offsetof(DeviceData, angle) == 12, "wire format");
+static_assert(offsetof(DeviceData, spare16) == 16, "wire format");
+static_assert(offsetof(DeviceData, gear) == 18, "wire format");
+static_assert(offsetof(DeviceData, spare20) == 20, "wire format");
+static_assert(offsetof(DeviceData, radar) == 24, "wire format");
+
+/// Length of the record in bytes, always 28.
+int getDeviceDataLen();
+
+/// True if any field differs, spare bytes included. Padding is not looked at.
+bool isDeviceDataChanged(const DeviceData *a, const DeviceData *b);
+
+/**
+ * The field of @p bitCount bits of @p data that starts at bit @p startBit (0 is the least
+ * significant), without sign extension. -1 with a log line when the field does not lie within
+ * bits 0 to 31 or is empty.
+ */
+int getBits(int data, int startBit, int bitCount);
+
+/**
+ * @p data with that field replaced by @p value; @p data itself is not changed. -1 with a log line
+ * when the field is not valid or @p value needs more bits. A negative value is cut to the width of
+ * the field.
+ */
+int setBits(int data, int startBit, int bitCount, int value);

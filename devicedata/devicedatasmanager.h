@@ -1,0 +1,68 @@
+#pragma once
+
+#include "devicedata/devicedatashare.h"
+
+#include <QMutex>
+#include <QObject>
+#include <QSharedPointer>
+#include <QTimer>
+
+/**
+ * The process's one DeviceData record and the detection of its changes.
+ *
+ * Lives on the main thread, where the timer runs. The link's worker thread copies the record out
+ * (and in peer mode in) at any time; a mutex, held for one field store or one copy of the record,
+ * keeps those copies whole.
+ */
+class DeviceDatasManager : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit DeviceDatasManager(QObject *parent);
+
+    /// The one manager, created by the first call. Keep the pointer for one call only. The first
+    /// call must be made before a second thread exists.
+    static QSharedPointer<DeviceDatasManager> self();
+
+    /// A copy of the record.
+    DeviceData deviceData() const;
+
+    // The setters only store. A caller that changes fields calls handleSendDataChanged() once
+    // afterwards.
+    void setGear(char gear);
+    void setRadar(int radar);
+    void setSpeed(int speed);
+    void setAngle(int angle);
+    void setLightStatus(char lightStatus);
+    void setKeyStaus(char keyStatus);
+
+    /// Sending direction: a record that differs from the last announced one is announced by
+    /// deviceDataChangedSignal() 50 ms after the first change of a burst.
+    void handleSendDataChanged();
+
+    /// Receiving direction: announces a changed record at once, on the calling thread. Returns
+    /// whether it had changed.
+    bool handleRcvDataChanged();
+
+    /// Copies the record's 28 bytes, padding included, into @p buffer.
+    void structToCharArray(char *buffer) const;
+
+    /// Replaces the record by @p data when @p len is 28; otherwise logs and keeps the record.
+    void charArrayToStruct(const char *data, int len);
+
+Q_SIGNALS:
+    void deviceDataChangedSignal();
+
+public Q_SLOTS:
+    void on_delayTimerOut();
+
+private:
+    bool takeChange();
+
+    DeviceData mDeviceData;
+    DeviceData mLastDeviceData; ///< the record as of the last detected change
+    int mDataLen;               ///< bytes
+    QTimer mDelayTimer;         ///< 50 ms from a burst's first change to its announcement
+    mutable QMutex mMutex;      ///< guards the two records
+};
