@@ -1,0 +1,240 @@
+#include "can/cantest.h"
+
+#include "can/caninterface.h"
+#include "devicedata/devicedatashare.h"
+
+#include <QByteArray>
+#include <QCanBusFrame>
+#include <QDebug>
+
+namespace {
+
+constexpr unsigned int kChannel = 0;
+constexpr unsigned int kBitrate = 500000;
+constexpr unsigned int kRestartMs = 100;
+
+// A gear is taken on the frame after this many identical ones.
+constexpr int kGearLimit1004501 = 4;
+constexpr int kGearLimit1004001 = 10;
+
+constexpr int kNoGear = 0;
+
+// The hour on the bus is 8 behind the clock in the vehicle.
+constexpr int kHourShift = 8;
+
+// The one way to a payload byte: a frame may be shorter than its identifier promises.
+int payloadByte(const QByteArray &payload, int index)
+{
+    return index < payload.size() ? static_cast<unsigned char>(payload[index]) : 0;
+}
+
+int lightStatusOf(int code)
+{
+    switch (code) {
+    case 0x45:
+    case 0x49:
+        return 2;
+    case 0x51:
+    case 0x61:
+        return 1;
+    default:
+        return 0;
+    }
+}
+
+int keyStatusOf(int code)
+{
+    switch (code) {
+    case 0x54:
+        return 2;
+    case 0x04:
+        return 1;
+    default:
+        return 0;
+    }
+}
+
+// Both gear frames carry the same code in a nibble.
+int gearOf(int code)
+{
+    switch (code) {
+    case 0x0:
+        return 1;
+    case 0x7:
+        return 2;
+    case 0x6:
+        return 3;
+    case 0x5:
+        return 4;
+    default:
+        return kNoGear;
+    }
+}
+
+int radarLevelOf(int raw)
+{
+    return raw >= 1 && raw <= 3 ? 4 - raw : 0;
+}
+
+// Level of the 3-bit value at bit shift of payload byte index, put at bit startBit of group.
+int addRadarLevel(int group, int startBit, const QByteArray &payload, int index, int shift)
+{
+    return setBits(group, startBit, 4, radarLevelOf((payloadByte(payload, index) >> shift) & 0x7));
+}
+
+} // namespace
+
+CanTest::CanTest(QObject *parent) : QObject(parent), mCanInterface(new CANInterface(nullptr))
+{
+    mCanInterface->openCANDevice(kChannel, kBitrate, kRestartMs);
+    if (mCanInterface->mCanDevice != nullptr)
+        connect(mCanInterface->mCanDevice, SIGNAL(framesReceived()), this,
+                SLOT(onProcesscan0receivedframes()));
+}
+
+void CanTest::onProcesscan0receivedframes()
+{
+    QCanBusDevice *device = mCanInterface->mCanDevice;
+    if (device == nullptr)
+        return;
+    while (device->framesAvailable() != 0) {
+        const QCanBusFrame frame = device->readFrame();
+        if (frame.frameType() == QCanBusFrame::ErrorFrame || !frame.isValid())
+            continue;
+        decodeFrame(frame);
+    }
+}
+
+void CanTest::decodeFrame(const QCanBusFrame &frame)
+{
+    const QByteArray payload = frame.payload();
+    switch (frame.frameId()) {
+    case 0x413:
+        decodeLightStatus(payload);
+        break;
+    case 0x3E0:
+        decodeKeyStatus(payload);
+        break;
+    case 0x681AA02:
+        decodeSpeed(payload);
+        break;
+    case 0x4812501:
+        decodeAngle(payload);
+        break;
+    case 0x1004501:
+        decodeGear1004501(payload);
+        break;
+    case 0x1004001:
+        decodeGear1004001(payload);
+        break;
+    case 0x3E5:
+        decodeRadar3E5(payload);
+        break;
+    case 0x3E6:
+        decodeRadar3E6(payload);
+        break;
+    case 0x371:
+        decodeDateTime(payload, frame);
+        break;
+    default:
+        break;
+    }
+}
+
+void CanTest::store(int &member, int value, unsigned char id)
+{
+    if (member == value)
+        return;
+    member = value;
+    Q_EMIT canTestDataChangedSignal(id);
+}
+
+void CanTest::decodeLightStatus(const QByteArray &payload)
+{
+    store(mLightStatus, lightStatusOf(payloadByte(payload, 7)), CAN_SIG_LIGHT_STATUS);
+}
+
+void CanTest::decodeKeyStatus(const QByteArray &payload)
+{
+    store(mKeyStatus, keyStatusOf(payloadByte(payload, 4)), CAN_SIG_KEY_STATUS);
+}
+
+void CanTest::decodeSpeed(const QByteArray &payload)
+{
+    store(mSpeed, payloadByte(payload, 0), CAN_SIG_SPEED);
+}
+
+void CanTest::decodeAngle(const QByteArray &payload)
+{
+    store(mAngle, payloadByte(payload, 3) + 256 * payloadByte(payload, 4), CAN_SIG_ANGLE);
+}
+
+void CanTest::decodeGear1004501(const QByteArray &payload)
+{
+    debounceGear(gearOf(payloadByte(payload, 5) >> 4), kGearLimit1004501);
+}
+
+void CanTest::decodeGear1004001(const QByteArray &payload)
+{
+    debounceGear(gearOf(payloadByte(payload, 4) & 0x0F), kGearLimit1004001);
+}
+
+void CanTest::debounceGear(int gear, int limit)
+{
+    if (gear == kNoGear) {
+        // An undefined code ends the run, so that a gear is only taken on its full unbroken one.
+        mGearCandidate = kNoGear;
+        mGearStableCount = 0;
+        return;
+    }
+    if (gear != mGearCandidate) {
+        mGearCandidate = gear;
+        mGearStableCount = 1;
+        return;
+    }
+    if (mGearStableCount < limit) {
+        ++mGearStableCount;
+        return;
+    }
+    mGearStableCount = 0;
+    store(mGearStatus, gear, CAN_SIG_GEAR);
+}
+
+void CanTest::decodeRadar3E5(const QByteArray &payload)
+{
+    int group = 0;
+    group = addRadarLevel(group, 0, payload, 5, 3);
+    group = addRadarLevel(group, 4, payload, 3, 3);
+    group = addRadarLevel(group, 8, payload, 4, 3);
+    const auto levels = static_cast<quint64>(group);
+    if ((mRadarStatus & 0x00000FFFU) == levels)
+        return;
+    mRadarStatus = (mRadarStatus & 0xFFFFF000U) + levels;
+    Q_EMIT canTestDataChangedSignal(CAN_SIG_RADAR);
+}
+
+void CanTest::decodeRadar3E6(const QByteArray &payload)
+{
+    int group = 0;
+    group = addRadarLevel(group, 12, payload, 4, 0);
+    group = addRadarLevel(group, 16, payload, 2, 0);
+    group = addRadarLevel(group, 20, payload, 3, 0);
+    const auto levels = static_cast<quint64>(group);
+    if ((mRadarStatus & 0x00FFF000U) == levels)
+        return;
+    mRadarStatus = (mRadarStatus & 0xFF000FFFU) + levels;
+    Q_EMIT canTestDataChangedSignal(CAN_SIG_RADAR);
+}
+
+void CanTest::decodeDateTime(const QByteArray &payload, const QCanBusFrame &frame)
+{
+    const qint64 year = payloadByte(payload, 0) + 256 * payloadByte(payload, 1);
+    const qint64 date = year * 10000 + payloadByte(payload, 2) * 100 + payloadByte(payload, 3);
+    const qint64 time = (payloadByte(payload, 4) + kHourShift) * 100 + payloadByte(payload, 5);
+    if (date == mCanDate && time == mCanTime)
+        return;
+    qDebug() << "DATETIME:" << frame.toString();
+    mCanDate = date;
+    mCanTime = time;
+    Q_EMIT canTestDataChangedSignal(CAN_SIG_DATETIME);
+}
