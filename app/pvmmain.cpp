@@ -1,0 +1,445 @@
+#include "app/pvmmain.h"
+
+#include "board/serdescontrol.h"
+#include "board/watchdogcontrol.h"
+#include "can/cantest.h"
+#include "devicedata/devicedatasmanager.h"
+#include "devicedata/sharedmemorycontrol.h"
+
+#include <QDateTime>
+#include <QDebug>
+#include <QThread>
+
+#include <cstdlib>
+
+namespace {
+
+enum Gear { kNoGear = 0, kGearP = 1, kGearR = 2, kGearN = 3, kGearD = 4 };
+enum BoardEvent { kShortClick = 1, kAccHeldHigh = 3 };
+enum PictureRequest { kToDA = 0, kToPVM = 1, kToPVMWhenInited = 100 };
+
+constexpr int kIgnitionOn = 2;
+constexpr int kQuitRvcDelayMs = 100;
+constexpr int kLargestRequestAtOnce = 10; // above it the request waits for the renderer
+
+constexpr int kSpeedLimit = 15;      // rising above it takes PVM away
+constexpr int kSpeedKeepingOut = 16; // above it PVM is not kept after a turn or reverse
+
+// Steering words count from 0 to one side and down from 65535 to the other.
+constexpr int kAngleLimit = 4230;
+constexpr int kAngleMiddle = 32768;
+constexpr int kAngleLimitOtherSide = 61310;
+constexpr int kLargestAngle = 2838; // what the limit itself scales to
+
+bool isTurnLight(int lightStatus)
+{
+    return lightStatus == 1 || lightStatus == 2;
+}
+
+void logChange(const char *title, int &old, int value)
+{
+    qDebug() << title << old << ",change to:" << value;
+    old = value;
+}
+
+void runCommand(const char *command)
+{
+    const int status = system(command);
+    Q_UNUSED(status)
+}
+
+} // namespace
+
+PvmMain::PvmMain(QObject *parent)
+    : QObject(parent),
+      mTurnLightNames{QStringLiteral("[OFF]"), QStringLiteral("[LEFT]"), QStringLiteral("[RIGHT]"),
+                      QStringLiteral("[HARZARD]")}
+{
+    qDebug() << "PvmMain"
+             << " currentThreadId " << QThread::currentThreadId();
+    DeviceDatasManager::self();
+    mSerdesControl = new SerdesControl(nullptr);
+    mSerdesControl->setAccKeepPowerOn(true);
+    WatchDogControl::getInstance()->setWatchDogOnOff(true);
+
+    mSharedMemoryControl = new SharedMemoryControl(true, nullptr);
+    connect(DeviceDatasManager::self().data(), SIGNAL(deviceDataChangedSignal()),
+            mSharedMemoryControl, SLOT(on_DeviceDataChanged()));
+    connect(mSharedMemoryControl, SIGNAL(avmStopSignal(bool)), WatchDogControl::getInstance(),
+            SLOT(on_avmstopslot(bool)));
+
+    mCanTest = new CanTest(this);
+    connect(mSerdesControl, SIGNAL(phySwitchTriggerSignal(int)), this,
+            SLOT(onPhySwitchTriggerSlot(int)));
+    connect(this, SIGNAL(switchVideoSignal(int)), mSerdesControl, SLOT(switchVideoSlot(int)));
+    connect(mCanTest, SIGNAL(canTestDataChangedSignal(unsigned char)), this,
+            SLOT(canTestDataChangedSlot(unsigned char)));
+    connect(&delayQuitRvcTimer, SIGNAL(timeout()), this, SLOT(on_delayQuitRvcTimerOut()));
+    connect(mSharedMemoryControl, SIGNAL(avmInitOkSignal()), this, SLOT(avmInitOkSlot()));
+    connect(mSharedMemoryControl, SIGNAL(turnSwitchSignal()), this, SLOT(turnSwitchSlot()));
+}
+
+void PvmMain::run()
+{}
+
+void PvmMain::on_autoRunTimerOut()
+{}
+
+int PvmMain::newCalcRadarDistance(int value) const
+{
+    if (value < 0 || value > 11)
+        return 0;
+    if (value <= 2)
+        return 1;
+    return value <= 6 ? 2 : 3;
+}
+
+void PvmMain::canTestDataChangedSlot(unsigned char id)
+{
+    const DeviceData record = DeviceDatasManager::self()->deviceData();
+    if (mCanTest != nullptr && !handleSignal(id, record))
+        return;
+    DeviceDatasManager::self()->handleSendDataChanged();
+}
+
+bool PvmMain::handleSignal(unsigned char id, const DeviceData &record)
+{
+    // What was logged last for the signals that nothing but the log looks at.
+    static int s_old_network_status = -1;
+    static int s_old_night_mode = -1;
+    static int s_old_driving_direction = -1;
+    static int s_old_lights = -1;
+    static int s_old_hand_break = -1;
+    static int s_old_door_status = -1;
+
+    switch (id) {
+    case CAN_SIG_NETWORK:
+        logChange("==== CAN SIG NETWORK ", s_old_network_status, mCanTest->mNetworkStatus);
+        break;
+    case CAN_SIG_NIGHT:
+        logChange("==== CAN SIG NIGHT ", s_old_night_mode, mCanTest->mNightMode);
+        break;
+    case CAN_SIG_DRIVING_DIRECTION:
+        logChange("==== CAN SIG DRIVING_DIRECTION ", s_old_driving_direction,
+                  mCanTest->mDrivingDirection);
+        break;
+    case CAN_SIG_SPEED:
+        handleSpeed();
+        break;
+    case CAN_SIG_KEY_STATUS:
+        handleKeyStatus(record);
+        break;
+    case CAN_SIG_LIGHT_STATUS:
+        handleLightStatus(record);
+        break;
+    case CAN_SIG_ANGLE:
+        handleAngle();
+        break;
+    case CAN_SIG_LIGHTS:
+        logChange("==== CAN SIG LIGHTS ", s_old_lights, mCanTest->mLights);
+        break;
+    case CAN_SIG_GEAR:
+        return handleGear(record);
+    case CAN_SIG_HAND_BREAK:
+        logChange("==== CAN SIG HAND_BREAK ", s_old_hand_break, mCanTest->mHandBreak);
+        break;
+    case CAN_SIG_DOOR:
+        logChange("==== CAN SIG DOOR ", s_old_door_status, mCanTest->mDoorStatus);
+        break;
+    case CAN_SIG_RADAR:
+        handleRadar();
+        break;
+    case CAN_SIG_HARZARD_SWITCH:
+        handleSwitchClick(record);
+        break;
+    case CAN_SIG_DATETIME:
+        handleTimeChanged();
+        break;
+    default:
+        // 4 and 8 have no meaning and are not worth a line.
+        if (id > CAN_SIG_DATETIME)
+            qDebug() << "==== CAN SIG" << static_cast<int>(id) << ",change, ignore.";
+        break;
+    }
+    return true;
+}
+
+void PvmMain::handleSpeed()
+{
+    mCurSpeed = mCanTest->mSpeed;
+    const bool hasRisenAboveLimit = mLastSpeed <= kSpeedLimit && mCurSpeed > kSpeedLimit;
+    if (hasRisenAboveLimit && mSerdesControl->getIsShowPVM() && mSpeedQuitEnabled) {
+        toSwitchVideo(kToDA);
+        qDebug() << "==== greater than LIMTT_SPEED ===="
+                 << " curSpeed " << mCurSpeed << " lastSpeed " << mLastSpeed;
+    }
+    mLastSpeed = mCurSpeed;
+    DeviceDatasManager::self()->setSpeed(mCurSpeed);
+}
+
+void PvmMain::handleKeyStatus(const DeviceData &record)
+{
+    static int s_old_key_status = -1;
+
+    const int key = mCanTest->mKeyStatus;
+    logChange("==== CAN SIG KEY_STATUS ", s_old_key_status, key);
+    if (record.keyStatus == kIgnitionOn && key != kIgnitionOn)
+        qDebug() << "==== IGN off ====";
+    else if (record.keyStatus != kIgnitionOn && key == kIgnitionOn)
+        qDebug() << "==== IGN On ====";
+    DeviceDatasManager::self()->setKeyStaus(static_cast<char>(key));
+}
+
+void PvmMain::handleLightStatus(const DeviceData &record)
+{
+    static int s_old_light_status = -1;
+
+    const int light = mCanTest->mLightStatus;
+    qDebug() << "==== CAN SIG LIGHT_STATUS " << mTurnLightNames[s_old_light_status & 3]
+             << ",change to:" << mTurnLightNames[light & 3];
+    s_old_light_status = light;
+    DeviceDatasManager::self()->setLightStatus(static_cast<char>(light));
+    DeviceDatasManager::self()->handleSendDataChanged();
+    // From left to right, or back, is neither an enter nor a quit.
+    if (!isTurnLight(record.lightStatus))
+        enterTurn();
+    else
+        quitTurn();
+}
+
+void PvmMain::enterTurn()
+{
+    if (!isTurnLightsOn() || !isTurnSwitchEnable())
+        return;
+    mShowPVMBeforeSwitchTurnLight = mSerdesControl->getIsShowPVM();
+    qDebug() << "==== enter Trun ====";
+    toSwitchVideo(kToPVM);
+}
+
+void PvmMain::quitTurn()
+{
+    if (isTurnLightsOn() || !isTurnSwitchEnable())
+        return;
+    qDebug() << "==== quit Trun ====";
+    if (!mShowPVMBeforeSwitchTurnLight) {
+        qDebug() << "==== quit Trun mShowPVMBeforeSwitchTurnLight ===="
+                 << "false";
+        toSwitchVideo(kToDA);
+    } else if (isNeedOutFromPVM()) {
+        qDebug() << "==== quit Trun NeedOutFromPVM ===="
+                 << " speed " << mCurSpeed;
+        toSwitchVideo(kToDA);
+    }
+}
+
+void PvmMain::handleAngle()
+{
+    const int raw = mCanTest->mAngle;
+    int angle = 0;
+    // The clamped word is written back, so that the next frame with the same word out of range is
+    // reported again.
+    if (raw <= kAngleLimit) {
+        angle = (raw * 100 / 4864) * 33;
+    } else if (raw <= kAngleMiddle) {
+        angle = kLargestAngle;
+        mCanTest->mAngle = kAngleLimit;
+    } else if (raw <= kAngleLimitOtherSide) {
+        angle = -kLargestAngle;
+        mCanTest->mAngle = kAngleLimitOtherSide + 1;
+    } else {
+        angle = ((65535 - raw) * -100 / 4864) * 33;
+    }
+    DeviceDatasManager::self()->setAngle(angle);
+}
+
+bool PvmMain::handleGear(const DeviceData &record)
+{
+    static int s_old_gear_status = -1;
+
+    const int gear = mCanTest->mGearStatus;
+    const int recordGear = record.gear;
+    logChange("==== CAN SIG GEAR ", s_old_gear_status, gear);
+    if (recordGear == kGearR && gear == kGearR) {
+        // Back in R within the delay: the rear view has never gone.
+    } else if (recordGear == kGearR && !mDelayQuitRvcDone) {
+        if (!delayQuitRvcTimer.isActive()) {
+            delayQuitRvcTimer.start(kQuitRvcDelayMs);
+            qDebug() << "==== start delayQuitRvcTimer ====";
+            // The record keeps R, so that the timer's repeat of this event finds it.
+            return false;
+        }
+    } else if (recordGear == kGearR) {
+        quitRvc(gear);
+    } else if (gear == kGearR) {
+        qDebug() << "==== enter RVC ====";
+        toSwitchVideo(kToPVM);
+    } else if (recordGear == kGearP) {
+        // Out of P the picture stays.
+    } else if (gear == kGearP) {
+        qDebug() << "==== Enter P ====";
+        toSwitchVideo(kToDA);
+    } else if (recordGear == kNoGear && (gear == kGearN || gear == kGearD)) {
+        qDebug() << "==== init to DA ====";
+        toSwitchVideo(kToDA);
+    }
+    DeviceDatasManager::self()->setGear(static_cast<char>(gear));
+    return true;
+}
+
+void PvmMain::quitRvc(int gear)
+{
+    qDebug() << "==== quit RVC ====";
+    mDelayQuitRvcDone = false;
+    if (gear == kGearP) {
+        qDebug() << "==== quit R Enter P ====";
+        toSwitchVideo(kToDA);
+    } else if (isNeedOutFromPVM()) {
+        qDebug() << "==== quit R NeedOutFromPVM ===="
+                 << " speed " << mCurSpeed;
+        toSwitchVideo(kToDA);
+    }
+    if (gear == kGearD)
+        mSpeedQuitEnabled = true;
+}
+
+void PvmMain::handleRadar()
+{
+    static int s_old_radar_status = -1;
+
+    const quint64 radar = mCanTest->mRadarStatus;
+    qDebug() << "==== RADAR" << QString::number(static_cast<quint32>(s_old_radar_status), 16)
+             << ",change to:" << QString::number(radar, 16);
+    s_old_radar_status = static_cast<int>(static_cast<quint32>(radar));
+    DeviceDatasManager::self()->setRadar(s_old_radar_status);
+}
+
+void PvmMain::handleSwitchClick(const DeviceData &record)
+{
+    qDebug() << "==== SWITCH HARZARD shortly clicked";
+    if (!isCanPVMSwitch() || mSerdesControl == nullptr)
+        return;
+    if (!mSerdesControl->getIsShowPVM()) {
+        // Opened by hand while moving, PVM is meant: the speed does not take it away.
+        if (record.gear == kGearD)
+            mSpeedQuitEnabled = record.speed == 0;
+        toSwitchVideo(kToPVM);
+    } else {
+        toSwitchVideo(kToDA);
+        mSpeedQuitEnabled = true;
+    }
+}
+
+void PvmMain::toSwitchVideo(int isToPVM)
+{
+    qDebug() << "==== " << __func__ << " isToPVM " << isToPVM;
+    // Only leaving PVM can be refused.
+    if (isToPVM <= kToDA && !isCanPVMSwitch()) {
+        qDebug() << "==== " << __func__ << " isCanOutFromPVM "
+                 << "false";
+        qDebug() << "==== " << __func__ << " speed " << mCurSpeed << " gear"
+                 << mCanTest->mGearStatus;
+        return;
+    }
+    if (isToPVM > kLargestRequestAtOnce && !mSharedMemoryControl->getIsAVMInited()) {
+        qDebug() << "==== " << __func__ << " Wait for AVM inited ";
+        mWaitForAvmInited = true;
+        return;
+    }
+    mWaitForAvmInited = false;
+    Q_EMIT switchVideoSignal(isToPVM);
+}
+
+bool PvmMain::isCanPVMSwitch() const
+{
+    if (mCanTest == nullptr)
+        return true;
+    if (isTurnSwitchEnable() && isTurnLightsOn())
+        return false;
+    return mCanTest->mGearStatus != kGearR;
+}
+
+bool PvmMain::isNeedOutFromPVM() const
+{
+    return mCurSpeed > kSpeedKeepingOut && mSpeedQuitEnabled;
+}
+
+bool PvmMain::isTurnLightsOn() const
+{
+    return mCanTest != nullptr && isTurnLight(mCanTest->mLightStatus);
+}
+
+bool PvmMain::isTurnSwitchEnable() const
+{
+    return mSharedMemoryControl != nullptr && mSharedMemoryControl->getIsTurnSwitchEnable();
+}
+
+void PvmMain::avmInitOkSlot()
+{
+    qDebug() << "==== " << __func__;
+    if (mWaitForAvmInited)
+        toSwitchVideo(kToPVMWhenInited);
+}
+
+void PvmMain::turnSwitchSlot()
+{
+    qDebug() << "==== " << __func__;
+    if (!isTurnLightsOn() || !isTurnSwitchEnable())
+        return;
+    mShowPVMBeforeSwitchTurnLight = mSerdesControl->getIsShowPVM();
+    qDebug() << "==== enter Turn update ====";
+    toSwitchVideo(kToPVM);
+}
+
+void PvmMain::on_delayQuitRvcTimerOut()
+{
+    qDebug() << __func__;
+    delayQuitRvcTimer.stop();
+    mDelayQuitRvcDone = true;
+    canTestDataChangedSlot(CAN_SIG_GEAR);
+}
+
+void PvmMain::onPhySwitchTriggerSlot(int index)
+{
+    if (index == kShortClick) {
+        canTestDataChangedSlot(CAN_SIG_HARZARD_SWITCH);
+    } else if (index == kAccHeldHigh) {
+        // Without keep-power the board may go at once: the file systems come first.
+        runCommand("sync");
+        mSerdesControl->setAccKeepPowerOn(false);
+        runCommand("reboot");
+    }
+}
+
+void PvmMain::handleTimeChanged()
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    const qint64 date = mCanTest->mCanDate;
+    const qint64 time = mCanTest->mCanTime;
+    if (date == -1 || time == -1)
+        return;
+    const int systemDate = now.date().year() * 10000 + now.date().month() * 100 + now.date().day();
+    const int systemTime = now.time().hour() * 100 + now.time().minute();
+    // The difference is one of HHMM numbers: across a full hour a minute counts as 41, and the
+    // clock is set although the two are close.
+    if (date == systemDate && qAbs(time - systemTime) <= 1) {
+        qDebug() << "====   device DateTime  change to:" << date << " " << time;
+        qDebug() << "====   DateTime right return "
+                 << now.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+        return;
+    }
+    testTimeOut();
+    const QString command = QStringLiteral("date -s %1%2%3.00")
+                                .arg(date)
+                                .arg(time / 100, 2, 10, QLatin1Char('0'))
+                                .arg(time % 100, 2, 10, QLatin1Char('0'));
+    qDebug() << "#### System DateTime change to:" << date << " " << time << ",cmd:" << command;
+    runCommand(command.toLatin1().constData());
+}
+
+void PvmMain::testTimeOut()
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    qDebug() << "====" << __func__ << " year " << now.date().year() << " month "
+             << now.date().month() << " day " << now.date().day() << " hour " << now.time().hour()
+             << " minute " << now.time().minute();
+}

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "devicedata/devicedatashare.h"
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+class CanTest;
+class SerdesControl;
+class SharedMemoryControl;
+
+/**
+ * The controller: turns vehicle signals, the renderer's flags and the board's events into the
+ * choice of picture, and keeps the system clock in step with the vehicle.
+ *
+ * How the parts meet (made in the constructor, in this order):
+ *
+ *     record changed      DeviceDatasManager  -> SharedMemoryControl  on_DeviceDataChanged (queued)
+ *     heartbeat           SharedMemoryControl -> WatchDogControl      on_avmstopslot (queued)
+ *     switch and ACC      SerdesControl       -> PvmMain              onPhySwitchTriggerSlot
+ *     picture             PvmMain             -> SerdesControl        switchVideoSlot
+ *     vehicle signal      CanTest             -> PvmMain              canTestDataChangedSlot
+ *     quit-RVC delay      delayQuitRvcTimer   -> PvmMain              on_delayQuitRvcTimerOut
+ *     initialised         SharedMemoryControl -> PvmMain              avmInitOkSlot (queued) turn
+ * switch         SharedMemoryControl -> PvmMain              turnSwitchSlot         (queued)
+ *
+ * Queued ones cross to or from the link's worker thread; all else runs on the main thread. The
+ * rules are tabled in docs/picture-decision.md.
+ */
+class PvmMain : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit PvmMain(QObject *parent);
+
+    /// Nothing is left to do after construction: the event loop brings everything else.
+    void run();
+
+    /// Level 1 to 3 of a radar distance of 0 to 11, 0 for any other value.
+    int newCalcRadarDistance(int value) const;
+
+Q_SIGNALS:
+    void switchTriggerSignal();
+    void switchVideoSignal(int isToPVM); ///< 0 asks for DA, a positive value for PVM
+
+public Q_SLOTS:
+    /// One vehicle signal has changed; @p id is a CanSignalId. Any other value is harmless.
+    void canTestDataChangedSlot(unsigned char id);
+    void on_autoRunTimerOut();
+    void avmInitOkSlot();
+    void turnSwitchSlot();
+    void on_delayQuitRvcTimerOut();
+
+    /// A board event, see SerdesControl::phySwitchTriggerSignal().
+    void onPhySwitchTriggerSlot(int index);
+
+private:
+    // Vehicle signals. The record holds the values as accepted before this event.
+    bool handleSignal(unsigned char id, const DeviceData &record);
+    void handleSpeed();
+    void handleKeyStatus(const DeviceData &record);
+    void handleLightStatus(const DeviceData &record);
+    void enterTurn();
+    void quitTurn();
+    void handleAngle();
+    bool handleGear(const DeviceData &record); ///< false: put off until the quit-RVC delay is over
+    void quitRvc(int gear);
+    void handleRadar();
+    void handleSwitchClick(const DeviceData &record);
+
+    // The choice of picture.
+    void toSwitchVideo(int isToPVM);
+    bool isCanPVMSwitch() const;
+    bool isNeedOutFromPVM() const;
+    bool isTurnLightsOn() const;
+    bool isTurnSwitchEnable() const;
+
+    // The clock.
+    void handleTimeChanged();
+    void testTimeOut();
+
+    SharedMemoryControl *mSharedMemoryControl = nullptr; ///< lives until the process ends
+    CanTest *mCanTest = nullptr;                         ///< child
+    SerdesControl *mSerdesControl = nullptr;             ///< lives until the process ends
+    QTimer delayQuitRvcTimer;                            ///< 100 ms from leaving R to acting on it
+    bool mDelayQuitRvcDone = false;                      ///< that delay has run out
+    bool mWaitForAvmInited = false; ///< a request for PVM waits for the renderer
+    bool mSpeedQuitEnabled = true;  ///< a speed above the limit takes PVM away
+    QString mTurnLightNames[4];     ///< by light status
+    int mCurSpeed = 0;
+    int mLastSpeed = 0;
+    bool mShowPVMBeforeSwitchTurnLight = false; ///< PVM was on screen before the turn light
+};
