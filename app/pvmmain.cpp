@@ -257,7 +257,7 @@ bool PvmMain::handleGear(const DeviceData &record)
     static int s_old_gear_status = -1;
 
     const int gear = mCanTest->mGearStatus;
-    const int recordGear = record.gear;
+    const char recordGear = record.gear;
     logChange("==== CAN SIG GEAR ", s_old_gear_status, gear);
     if (recordGear == kGearR && gear == kGearR) {
         // Back in R within the delay: the rear view has never gone.

@@ -38,6 +38,22 @@ public:
     /// Nothing is left to do after construction: the event loop brings everything else.
     void run();
 
+    /// The one way to change the picture. 0 or less asks for DA and is refused while the gear is R
+    /// or an allowed turn light is on; 1 to 10 asks for PVM; above 10 asks for PVM once the
+    /// renderer is initialised. A request for the picture on screen is passed on as any other.
+    void toSwitchVideo(int isToPVM);
+
+    bool isCanPVMSwitch() const;     ///< the switch may change the picture, DA may replace PVM
+    bool isNeedOutFromPVM() const;   ///< too fast to keep PVM
+    bool isTurnLightsOn() const;     ///< left or right, as the decoder has it now
+    bool isTurnSwitchEnable() const; ///< the renderer allows PVM on a turn light
+
+    /// Sets the system clock with `date -s` unless it agrees with the vehicle's date and time.
+    void handleTimeChanged();
+
+    /// Logs the system's date and time.
+    void testTimeOut();
+
     /// Level 1 to 3 of a radar distance of 0 to 11, 0 for any other value.
     int newCalcRadarDistance(int value) const;
 
@@ -69,17 +85,6 @@ private:
     void quitRvc(int gear);
     void handleRadar();
     void handleSwitchClick(const DeviceData &record);
-
-    // The choice of picture.
-    void toSwitchVideo(int isToPVM);
-    bool isCanPVMSwitch() const;
-    bool isNeedOutFromPVM() const;
-    bool isTurnLightsOn() const;
-    bool isTurnSwitchEnable() const;
-
-    // The clock.
-    void handleTimeChanged();
-    void testTimeOut();
 
     SharedMemoryControl *mSharedMemoryControl = nullptr; ///< lives until the process ends
     CanTest *mCanTest = nullptr;                         ///< child

@@ -229,8 +229,10 @@ void CanTest::decodeRadar3E6(const QByteArray &payload)
 void CanTest::decodeDateTime(const QByteArray &payload, const QCanBusFrame &frame)
 {
     const qint64 year = payloadByte(payload, 0) + 256 * payloadByte(payload, 1);
-    const qint64 date = year * 10000 + payloadByte(payload, 2) * 100 + payloadByte(payload, 3);
-    const qint64 time = (payloadByte(payload, 4) + kHourShift) * 100 + payloadByte(payload, 5);
+    const qint64 month = payloadByte(payload, 2);
+    const qint64 date = year * 10000 + month * 100 + payloadByte(payload, 3);
+    const qint64 hour = payloadByte(payload, 4) + kHourShift;
+    const qint64 time = hour * 100 + payloadByte(payload, 5);
     if (date == mCanDate && time == mCanTime)
         return;
     qDebug() << "DATETIME:" << frame.toString();

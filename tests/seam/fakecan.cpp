@@ -1,0 +1,98 @@
+#include "tests/seam/fakecan.h"
+
+#include "tests/seam/effects.h"
+
+#include <QCanBus>
+#include <QVariant>
+
+namespace fakecan {
+
+bool isPluginPresent = true;
+bool isInterfacePresent = true;
+bool isCreateFailing = false;
+FakeCanDevice *device = nullptr;
+
+void reset()
+{
+    isPluginPresent = true;
+    isInterfacePresent = true;
+    isCreateFailing = false;
+    device = nullptr;
+}
+
+} // namespace fakecan
+
+void FakeCanDevice::receive(const QCanBusFrame &frame)
+{
+    enqueueReceivedFrames({frame});
+}
+
+void FakeCanDevice::receive(quint32 id, const QByteArray &payload, bool extended)
+{
+    QCanBusFrame frame(id, payload);
+    frame.setExtendedFrameFormat(extended);
+    receive(frame);
+}
+
+bool FakeCanDevice::writeFrame(const QCanBusFrame &)
+{
+    effects::add(QStringLiteral("can write"));
+    return true;
+}
+
+QString FakeCanDevice::interpretErrorFrame(const QCanBusFrame &)
+{
+    return QStringLiteral("bus error");
+}
+
+bool FakeCanDevice::open()
+{
+    const auto filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
+    for (const Filter &filter : filters)
+        effects::add(QStringLiteral("can filter %1/%2 type %3 format %4")
+                         .arg(filter.frameId)
+                         .arg(filter.frameIdMask)
+                         .arg(filter.type)
+                         .arg(filter.format));
+    const auto errors = configurationParameter(ErrorFilterKey).value<QCanBusFrame::FrameErrors>();
+    effects::add(QStringLiteral("can errors %1, other keys %2")
+                     .arg(static_cast<uint>(errors), 0, 16)
+                     .arg(configurationKeys().size() - 2));
+    if (!fakecan::isInterfacePresent) {
+        setError(QStringLiteral("No such device"), ConnectionError);
+        return false;
+    }
+    setState(ConnectedState);
+    return true;
+}
+
+void FakeCanDevice::close()
+{
+    effects::add(QStringLiteral("can close"));
+    setState(UnconnectedState);
+}
+
+// QCanBus of the Qt library, replaced for the sources under test. The names are the linker's.
+extern "C" {
+
+QStringList __wrap__ZNK7QCanBus7pluginsEv(const QCanBus *)
+{
+    return fakecan::isPluginPresent ? QStringList(QStringLiteral("socketcan")) : QStringList();
+}
+
+QCanBusDevice *__wrap__ZNK7QCanBus12createDeviceERK7QStringS2_PS0_(const QCanBus *,
+                                                                   const QString &plugin,
+                                                                   const QString &interfaceName,
+                                                                   QString *errorMessage)
+{
+    effects::add(QStringLiteral("can create %1 %2").arg(plugin, interfaceName));
+    if (fakecan::isCreateFailing) {
+        *errorMessage = QStringLiteral("No such plugin: 'socketcan'");
+        return nullptr;
+    }
+    fakecan::device = new FakeCanDevice;
+    QObject::connect(fakecan::device, &QObject::destroyed, [] { fakecan::device = nullptr; });
+    return fakecan::device;
+}
+
+} // extern "C"

@@ -1,0 +1,6 @@
+#pragma once
+
+class SharedMemoryControl;
+
+/// The link that the controller has made; null without one.
+extern SharedMemoryControl *gFakeLink;
