@@ -49,6 +49,8 @@ public:
                          [] { effects::add("turn switch"); });
         QObject::connect(control, &SharedMemoryControl::avmStopSignal,
                          [](bool stopped) { effects::add(stopped ? "stopped" : "runs"); });
+        QMetaObject::invokeMethod(
+            control, [] {}, Qt::BlockingQueuedConnection); // it has started
     }
 
     ~Link() { delete control; }
@@ -95,6 +97,7 @@ public:
 void TestSharedMemoryControl::fresh()
 {
     Link link(true);
+    QCOMPARE(effects::take(), (QStringList{"log sharedMemory ShareMemInitOK ", "timer 1000"}));
     link.exchange();
     Segment segment;
     QVERIFY(segment.attach());
@@ -264,6 +267,7 @@ void TestSharedMemoryControl::peer()
 {
     Link link(false);
     QVERIFY(link.control->getIsTurnSwitchEnable());
+    QVERIFY(effects::take().contains("timer 100"));
     for (int failure = 1; failure <= 41; ++failure) {
         const QStringList lines = link.exchange();
         QCOMPARE(lines.size(), failure % 20 == 1 ? 1 : 0);

@@ -1,5 +1,6 @@
 #include "board/watchdogcontrol.h"
 #include "tests/seam/effects.h"
+#include "tests/seam/stories.h"
 
 #include <QtTest>
 
@@ -8,97 +9,37 @@ class TestWatchDogControl : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void opensOnceAndCloses();
-    void failedOpen();
-    void feedsOnlyWhenAllAllow();
-    void logsEvery180thFeed();
+    void story_data() { stories::load(QFINDTESTDATA("stories/watchdog.stories")); }
+    void story();
 };
 
-static const QStringList kSwitchedOn{"timer 1000", "log setWatchDogOnOff true"};
-
-void TestWatchDogControl::init()
+void TestWatchDogControl::story()
 {
     effects::reset();
-    effects::recordTimers(true);
-}
-
-void TestWatchDogControl::opensOnceAndCloses()
-{
-    effects::setFile("/dev/watchdog", "");
     QCOMPARE(WatchDogControl::getInstance(), WatchDogControl::getInstance());
     WatchDogControl watchdog(nullptr);
-    watchdog.setWatchDogOnOff(false);
-    watchdog.on_WDTTimerOut();
-    QCOMPARE(effects::take(), QStringList());
-    watchdog.setWatchDogOnOff(true);
-    QCOMPARE(effects::take(), QStringList{"open /dev/watchdog O_WRONLY"} + kSwitchedOn);
-    watchdog.on_WDTTimerOut();
-    watchdog.on_WDTTimerOut();
-    effects::take();
-    watchdog.setWatchDogOnOff(true);
-    watchdog.on_WDTTimerOut();
-    QCOMPARE(effects::take(),
-             kSwitchedOn + QStringList({"write \"A\"", "log === feed wdt ===  1"}));
-    QVERIFY(watchdog.getIsIntWdgOn());
-    watchdog.setWatchDogOnOff(false);
-    QCOMPARE(effects::take(),
-             (QStringList{"write \"V\"", "close", "log setWatchDogOnOff ret 1  isOn  false"}));
-    QVERIFY(!watchdog.getIsIntWdgOn());
-    watchdog.on_WDTTimerOut();
-    QCOMPARE(effects::take(), QStringList());
-}
-
-void TestWatchDogControl::failedOpen()
-{
-    WatchDogControl watchdog(nullptr);
-    watchdog.setWatchDogOnOff(true);
-    QCOMPARE(effects::take(), (QStringList{"open /dev/watchdog O_WRONLY failed",
-                                           "log ERR: open(/dev/watchdog) failed."}));
-    QVERIFY(!watchdog.getIsIntWdgOn());
-    watchdog.on_WDTTimerOut();
-    QCOMPARE(effects::take(), QStringList());
-}
-
-void TestWatchDogControl::feedsOnlyWhenAllAllow()
-{
-    effects::setFile("/dev/watchdog", "");
-    WatchDogControl watchdog(nullptr);
-    watchdog.setWatchDogOnOff(true);
-    watchdog.on_WDTTimerOut();
-    effects::take();
-    watchdog.setWdgFeedOnOff(false);
-    watchdog.on_WDTTimerOut();
-    QCOMPARE(effects::take(), QStringList());
-    watchdog.setWdgFeedOnOff(true);
-    watchdog.on_avmstopslot(true);
-    watchdog.on_avmstopslot(true);
-    watchdog.on_WDTTimerOut();
-    QCOMPARE(effects::take(), (QStringList{"log === avm stop === ", "log === avm stop === "}));
-    watchdog.on_avmstopslot(false);
-    watchdog.on_WDTTimerOut();
-    QCOMPARE(effects::take(), QStringList{"write \"A\""});
-    watchdog.setWatchDogOnOff(false);
-}
-
-void TestWatchDogControl::logsEvery180thFeed()
-{
-    effects::setFile("/dev/watchdog", "");
-    WatchDogControl watchdog(nullptr);
-    watchdog.setWatchDogOnOff(true);
-    QList<int> logged;
-    for (int feed = 1; feed <= 400; ++feed) {
-        effects::onWrite = [feed](const QByteArray &) { return feed != 181; };
-        effects::take();
-        watchdog.on_WDTTimerOut();
-        const QStringList lines = effects::take();
-        if (lines.size() == 2) {
-            logged << feed;
-            QCOMPARE(lines.last(),
-                     QStringLiteral("log === feed wdt ===  %1").arg(feed == 181 ? -1 : 1));
-        }
-    }
-    QCOMPARE(logged, (QList<int>{1, 181, 361}));
+    stories::play([&watchdog](const QStringList &words) {
+        const bool isOn = words.value(1) == "on";
+        if (words[0] == "switch")
+            watchdog.setWatchDogOnOff(isOn);
+        else if (words[0] == "allow")
+            watchdog.setWdgFeedOnOff(isOn);
+        else if (words[0] == "renderer")
+            watchdog.on_avmstopslot(words[1] == "stopped");
+        else if (words[0] == "is-on")
+            effects::add(watchdog.getIsIntWdgOn() ? "yes" : "no");
+        else if (words[0] == "feed")
+            watchdog.on_WDTTimerOut();
+        else if (words[0] == "feeds") {
+            for (int i = 0; i < words[1].toInt(); ++i)
+                watchdog.on_WDTTimerOut();
+            const QStringList lines = effects::take();
+            effects::add(QStringLiteral("%1 bytes").arg(lines.filter("write").size()));
+            for (const QString &line : lines.filter("log"))
+                effects::add(line);
+        } else
+            QFAIL("no such step");
+    });
     watchdog.setWatchDogOnOff(false);
 }
 
