@@ -1,0 +1,40 @@
+#pragma once
+
+#include "bench/board/socketserver.h"
+
+#include <QObject>
+#include <QStringList>
+
+/**
+ * The commands and scripts that the controller runs. Each is a stand-in which hands its words over
+ * and waits for its exit status.
+ */
+class CommandServer : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CommandServer(QObject *parent = nullptr);
+
+    /// Puts the stand-ins in their places, links to @p standIn. False with the reason in @p error.
+    bool build(const QString &standIn, QString *error);
+
+    static QString commandFolder(); ///< for the controller's PATH
+
+    bool isCommandRunning() const { return mRunning > 0; }
+
+    /// Ends the command with an exit status, printing @p text on its standard output.
+    void reply(int command, int status, const QByteArray &text = QByteArray());
+
+    void dropAll(); ///< the commands that still wait end with an error
+
+Q_SIGNALS:
+    /// A command has begun and waits for reply(). @p words begins with the name as it was typed.
+    void started(int command, const QStringList &words);
+
+private:
+    void handleRequest(int client, const QByteArray &message);
+
+    SocketServer mServer;
+    int mRunning = 0;
+};

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <QProcess>
+#include <QStringList>
+#include <QTimer>
+
+/**
+ * The controller's process, life after life: its output line by line, what it needs of memory and
+ * processor, and how it ended.
+ */
+class ControllerProcess : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit ControllerProcess(QObject *parent = nullptr);
+    ~ControllerProcess() override; ///< kills it
+
+    /// Either ended() follows at once or the process runs.
+    void start(const QString &program);
+
+    void kill(); ///< with the commands that it runs; ended() does not follow
+
+    void drain(); ///< emits the lines written so far
+
+    QStringList lastLines(int count) const;
+    void sample(); ///< reads memory and processor time of the running process
+    qint64 peakMemoryKiB() const { return mPeakMemoryKiB; } ///< -1 before the first sample
+    double cpuSeconds() const; ///< all lives together, -1 before the first sample
+
+Q_SIGNALS:
+    void line(const QString &text); ///< blank lines are left out
+    void ended(const QString &how); ///< by itself
+
+private:
+    /// Leads a process group of its own, so that kill() reaches the commands too.
+    class GroupProcess : public QProcess
+    {
+    protected:
+        void setupChildProcess() override;
+    };
+
+    void readLines();
+    void takeLine(const QByteArray &bytes);
+    void handleFinished(int exitCode, QProcess::ExitStatus status);
+    void handleError(QProcess::ProcessError error);
+    void endSampling();
+
+    GroupProcess mProcess;
+    bool mIsKilled = false;
+    QStringList mLines;
+    QTimer mSampleTimer;
+    qint64 mPeakMemoryKiB = -1;
+    double mCpuSeconds = -1;      ///< of this life
+    double mCpuSecondsBefore = 0; ///< of the lives before
+};

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QMetaType>
+#include <QString>
+
+/// One thing seen on the board. Facts arrive in the order in which they happened.
+struct Fact
+{
+    enum class Kind {
+        Command,  ///< subject: the command line as it was run, words joined by single blanks
+        Picture,  ///< value: "PVM" or "DA", the picture that the script just run has routed
+        Gpio,     ///< subject: line number, value: "0" or "1"; written by the controller
+        Watchdog, ///< value: "opened", "fed", "disarmed" (closed after 'V'), "closed", "reset"
+        Record,   ///< subject: field, value: its text; one fact for each changed field
+        Log,      ///< subject: one line of the controller's output
+        Bus,      ///< value: "up", "down", "connected"; subject: the command behind up and down
+        Renderer, ///< value: "started", "ended" or the flag just set, such as "turn-switch on"
+        Power     ///< value: "on", "off"; subject: why, such as "watchdog" or "reboot"
+    };
+    Kind kind;
+    QString subject;
+    QString value;
+};
+Q_DECLARE_METATYPE(Fact)

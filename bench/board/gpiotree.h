@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QMap>
+#include <QObject>
+
+class FileWatch;
+
+/**
+ * The board's GPIO lines as sysfs shows them: /sys/class/gpio/gpioN with value and direction. A
+ * value file always reads as one digit and a newline, whatever was written into it.
+ */
+class GpioTree : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit GpioTree(FileWatch *watch, QObject *parent = nullptr);
+    ~GpioTree() override;
+
+    /// Makes the files. False with the reason in @p error.
+    bool build(QString *error);
+
+    /// Puts the outputs to their levels after a reset. The inputs belong to the vehicle and stay.
+    void resetOutputs();
+
+    /// Drives a line from outside the controller.
+    void setLine(int line, bool level);
+
+Q_SIGNALS:
+    /// The controller has written @p level, the same as before or not.
+    void written(int line, bool level);
+
+private:
+    bool buildLine(int line, bool isOutput, bool level);
+    void handleWrite(int watch);
+
+    FileWatch *mWatch;
+    QMap<int, int> mValueFds;    ///< by line
+    QMap<int, int> mLineOfWatch; ///< the outputs
+};

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+
+class FileWatch;
+class QSocketNotifier;
+
+/**
+ * The hardware watchdog behind /dev/watchdog. The first opening starts it; any byte but 'V' feeds
+ * it; closing stops it only when 'V' was the last byte before; unfed for 30 s it resets the board.
+ */
+class Watchdog : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Watchdog(FileWatch *watch, QObject *parent = nullptr);
+    ~Watchdog() override;
+
+    /// Makes the device. False with the reason in @p error.
+    bool build(QString *error);
+
+    /// Stopped and closed, as after power-on. Only for when no controller runs.
+    void reset();
+
+    void drain(); ///< handles what has been written so far
+
+    quint64 feeds() const { return mFeeds; }
+
+Q_SIGNALS:
+    void happened(const QString &what); ///< the values of Fact::Kind::Watchdog
+
+private:
+    void handleOpened();
+    void handleByte(char byte);
+    void handleClosed();
+    void handleTimeout();
+
+    FileWatch *mFileWatch;
+    int mWatch = -1;
+    int mFd = -1;
+    QSocketNotifier *mNotifier = nullptr;
+    QTimer mCountdown;
+    bool mIsOpen = false;
+    bool mIsMagicClose = false; ///< the last byte was 'V'
+    quint64 mFeeds = 0;
+};
