@@ -14,7 +14,8 @@
  *
  * Effects are the lines of effects.h, log lines without their "log". `$NAME = text` at the
  * beginning of a line defines an abbreviation, `#` a comment. Steps of the seam itself, in every
- * story: `first STEP` runs a step whose effects are of no interest, `file PATH TEXT` (\n for a line end), `fail write|ioctl|none`, `timers`, `now DATE TIME`.
+ * story: `first STEP` runs a step whose effects are of no interest, `file PATH TEXT` (\n for a line
+ * end), `fail write|ioctl|none`, `timers`, `now DATE TIME`.
  */
 namespace stories {
 
