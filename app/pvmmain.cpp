@@ -260,7 +260,7 @@ bool PvmMain::handleGear(const DeviceData &record)
     const char recordGear = record.gear;
     logChange("==== CAN SIG GEAR ", s_old_gear_status, gear);
     if (recordGear == kGearR && gear == kGearR) {
-        // Back in R within the delay: the rear view has never gone.
+        // Back in R within the delay: what is on screen stays.
     } else if (recordGear == kGearR && !mDelayQuitRvcDone) {
         if (!delayQuitRvcTimer.isActive()) {
             delayQuitRvcTimer.start(kQuitRvcDelayMs);

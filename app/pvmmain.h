@@ -10,24 +10,27 @@ class CanTest;
 class SerdesControl;
 class SharedMemoryControl;
 
+// The table below is kept in its lines.
+// clang-format off
 /**
  * The controller: turns vehicle signals, the renderer's flags and the board's events into the
  * choice of picture, and keeps the system clock in step with the vehicle.
  *
  * How the parts meet (made in the constructor, in this order):
  *
- *     record changed      DeviceDatasManager  -> SharedMemoryControl  on_DeviceDataChanged (queued)
- *     heartbeat           SharedMemoryControl -> WatchDogControl      on_avmstopslot (queued)
- *     switch and ACC      SerdesControl       -> PvmMain              onPhySwitchTriggerSlot
- *     picture             PvmMain             -> SerdesControl        switchVideoSlot
- *     vehicle signal      CanTest             -> PvmMain              canTestDataChangedSlot
- *     quit-RVC delay      delayQuitRvcTimer   -> PvmMain              on_delayQuitRvcTimerOut
- *     initialised         SharedMemoryControl -> PvmMain              avmInitOkSlot (queued) turn
- * switch         SharedMemoryControl -> PvmMain              turnSwitchSlot         (queued)
+ *     record changed   DeviceDatasManager  -> SharedMemoryControl  on_DeviceDataChanged     queued
+ *     heartbeat        SharedMemoryControl -> WatchDogControl      on_avmstopslot           queued
+ *     switch and ACC   SerdesControl       -> PvmMain              onPhySwitchTriggerSlot
+ *     picture          PvmMain             -> SerdesControl        switchVideoSlot
+ *     vehicle signal   CanTest             -> PvmMain              canTestDataChangedSlot
+ *     quit-RVC delay   delayQuitRvcTimer   -> PvmMain              on_delayQuitRvcTimerOut
+ *     initialised      SharedMemoryControl -> PvmMain              avmInitOkSlot            queued
+ *     turn switch      SharedMemoryControl -> PvmMain              turnSwitchSlot           queued
  *
  * Queued ones cross to or from the link's worker thread; all else runs on the main thread. The
  * rules are tabled in docs/picture-decision.md.
  */
+// clang-format on
 class PvmMain : public QObject
 {
     Q_OBJECT
@@ -38,8 +41,8 @@ public:
     /// Nothing is left to do after construction: the event loop brings everything else.
     void run();
 
-    /// The one way to change the picture. 0 or less asks for DA and is refused while the gear is R
-    /// or an allowed turn light is on; 1 to 10 asks for PVM; above 10 asks for PVM once the
+    /// The one way to change the picture. 0 asks for DA and is refused while the gear is R or an
+    /// allowed turn light is on; 1 to 10 asks for PVM; above 10 asks for PVM once the
     /// renderer is initialised. A request for the picture on screen is passed on as any other.
     void toSwitchVideo(int isToPVM);
 
@@ -48,7 +51,8 @@ public:
     bool isTurnLightsOn() const;     ///< left or right, as the decoder has it now
     bool isTurnSwitchEnable() const; ///< the renderer allows PVM on a turn light
 
-    /// Sets the system clock with `date -s` unless it agrees with the vehicle's date and time.
+    /// Sets the system clock with `date -s` unless it agrees with the vehicle's date and time. Does
+    /// nothing before both have been received.
     void handleTimeChanged();
 
     /// Logs the system's date and time.
@@ -69,7 +73,7 @@ public Q_SLOTS:
     void turnSwitchSlot();
     void on_delayQuitRvcTimerOut();
 
-    /// A board event, see SerdesControl::phySwitchTriggerSignal().
+    /// A board event, see SerdesControl::phySwitchTriggerSignal(). Only 1 and 3 are acted on.
     void onPhySwitchTriggerSlot(int index);
 
 private:

@@ -184,7 +184,6 @@ void CanTest::debounceGear(int gear, int limit)
     if (gear == kNoGear) {
         // An undefined code ends the run, so that a gear is only taken on its full unbroken one.
         mGearCandidate = kNoGear;
-        mGearStableCount = 0;
         return;
     }
     if (gear != mGearCandidate) {

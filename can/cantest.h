@@ -6,8 +6,8 @@ class CANInterface;
 class QByteArray;
 class QCanBusFrame;
 
-/// What CanTest::canTestDataChangedSignal() reports. The decoder emits only those with a CAN
-/// identifier in docs/picture-decision.md; CAN_SIG_HARZARD_SWITCH is the switch on the board.
+/// What CanTest::canTestDataChangedSignal() reports. The decoder emits only those in the table of
+/// README.md; CAN_SIG_HARZARD_SWITCH is the switch on the board, the others are never seen.
 enum CanSignalId : unsigned char {
     CAN_SIG_NETWORK = 0,
     CAN_SIG_NIGHT = 1,
@@ -46,7 +46,7 @@ public:
     int mNightMode = -1;
     int mDrivingDirection = -1;
     int mSpeed = -1;       ///< 0 to 255, the vehicle's own unit
-    int mKeyStatus = -1;   ///< 0 off, 1 accessory position, 2 ignition on
+    int mKeyStatus = -1;   ///< 0 off, 1 for code 0x04, 2 ignition on
     int mLightStatus = -1; ///< 0 off, 1 left, 2 right
     int mAngle = 0x8000;   ///< raw steering word, 16 bits; the controller clamps it in place
     int mLights = -1;

@@ -17,7 +17,7 @@ struct DeviceData
     uint8_t spare1;
     uint8_t spare2;
     int32_t speed;    ///< the vehicle's own unit, 0 to 255; see docs/picture-decision.md
-    char keyStatus;   ///< 0 off, 1 accessory position, 2 ignition on
+    char keyStatus;   ///< 0 off, 1 for code 0x04 on the bus, 2 ignition on
     char lightStatus; ///< 0 off, 1 left, 2 right, 3 hazard
     int32_t angle;    ///< steering wheel, -2838 to 2838; positive as the vehicle counts
     uint8_t spare16;

@@ -150,6 +150,7 @@ void TestPvmMain::startUp()
     // Going away touches nothing.
     vehicle.controller.reset();
     QCOMPARE(effects::take(), QStringList());
+    QVERIFY(gFakeLink != nullptr);
 }
 
 void TestPvmMain::decision()

@@ -36,7 +36,7 @@ const Row kRows[] = {
      "what the renderer has received"},
     {Verb::ExpectState, "expect record light OFF|LEFT|RIGHT|HAZARD [within SECONDS | for SECONDS]",
      ""},
-    {Verb::ExpectState, "expect record key OFF|ACC|ON [within SECONDS | for SECONDS]", ""},
+    {Verb::ExpectState, "expect record key OFF|1|ON [within SECONDS | for SECONDS]", ""},
     {Verb::ExpectState, "expect record speed|angle NUMBER [within SECONDS | for SECONDS]", ""},
     {Verb::ExpectState, "expect record radar HEX [within SECONDS | for SECONDS]", ""},
     {Verb::ExpectFed, "expect watchdog fed within SECONDS", "the controller feeds it"},

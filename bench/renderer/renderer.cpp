@@ -30,7 +30,7 @@ QMap<QByteArray, QByteArray> texts(const DeviceData &record)
 {
     return {{"gear", word({"-", "P", "R", "N", "D"}, record.gear)},
             {"light", word({"OFF", "LEFT", "RIGHT", "HAZARD"}, record.lightStatus)},
-            {"key", word({"OFF", "ACC", "ON"}, record.keyStatus)},
+            {"key", word({"OFF", "1", "ON"}, record.keyStatus)},
             {"speed", QByteArray::number(record.speed)},
             {"angle", QByteArray::number(record.angle)},
             {"radar",
