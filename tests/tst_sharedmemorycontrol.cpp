@@ -66,6 +66,32 @@ public:
     SharedMemoryControl *control;
 };
 
+/// An exchange that somebody holds up.
+class PendingExchange
+{
+public:
+    explicit PendingExchange(const Link &link)
+    {
+        mContext.moveToThread(link.control->thread());
+        QMetaObject::invokeMethod(link.control, "on_runTimerOut", Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            &mContext, [this] { mIsDone = true; }, Qt::QueuedConnection);
+    }
+
+    bool isWaiting() const
+    {
+        return !QTest::qWaitFor([this] { return mIsDone.load(); }, 50);
+    }
+    bool ends() const
+    {
+        return QTest::qWaitFor([this] { return mIsDone.load(); }, 10000);
+    }
+
+private:
+    std::atomic<bool> mIsDone{false};
+    QObject mContext;
+};
+
 class TestSharedMemoryControl : public QObject
 {
     Q_OBJECT
@@ -85,6 +111,7 @@ private Q_SLOTS:
     void leftover();
     void largeStranger();
     void smallStranger();
+    void lockedSegment();
     void killedRenderer();
     void peer();
     void runCountWraps();
@@ -235,6 +262,18 @@ void TestSharedMemoryControl::smallStranger()
     QCOMPARE(segment.bytes(), QByteArray(2, 0));
 }
 
+// The segment's own lock counts, not only the semaphore.
+void TestSharedMemoryControl::lockedSegment()
+{
+    Link link(true);
+    link.exchange();
+    QSharedMemory holder("PvmSharedMemory5");
+    QVERIFY(holder.attach() && holder.lock());
+    PendingExchange exchange(link);
+    QVERIFY(exchange.isWaiting());
+    QVERIFY(holder.unlock() && exchange.ends());
+}
+
 void TestSharedMemoryControl::killedRenderer()
 {
     Link link(true);
@@ -246,16 +285,11 @@ void TestSharedMemoryControl::killedRenderer()
     while (!said.contains("holding") && renderer.waitForReadyRead(10000))
         said += renderer.readAll();
     QVERIFY(said.contains("holding"));
-    std::atomic<bool> isDone{false};
-    QMetaObject::invokeMethod(link.control, "on_runTimerOut", Qt::QueuedConnection);
-    QObject context;
-    context.moveToThread(link.control->thread());
-    QMetaObject::invokeMethod(
-        &context, [&isDone] { isDone = true; }, Qt::QueuedConnection);
-    QVERIFY(!QTest::qWaitFor([&isDone] { return isDone.load(); }, 50));
+    PendingExchange exchange(link);
+    QVERIFY(exchange.isWaiting());
     renderer.kill();
     QVERIFY(renderer.waitForFinished(10000));
-    QTRY_VERIFY_WITH_TIMEOUT(isDone, 10000);
+    QVERIFY(exchange.ends());
     DeviceDatasManager::self()->setGear(4);
     link.exchange();
     Segment segment;
