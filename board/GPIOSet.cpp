@@ -16,7 +16,7 @@ struct Text
     char chars[kTextSize];
 };
 
-// Path or number text. The number is printed as signed, as the kernel's own paths are.
+// Path or number text. Numbers are signed in it: a value from 2^31 on comes out negative.
 Text formatted(const char *format, unsigned int number)
 {
     Text text;
@@ -45,7 +45,7 @@ void writeOnce(int fd, const char *text, size_t length)
     close(fd);
 }
 
-// With the terminating NUL, as the board's drivers have always been written to.
+// With the terminating NUL.
 void writeWord(int fd, const char *word)
 {
     writeOnce(fd, word, strlen(word) + 1);

@@ -3,10 +3,10 @@
 /**
  * Board lines through sysfs: GPIO, PWM channels of pwmchip0, G-sensor and ADC.
  *
- * Every call opens one file, reads or writes once and closes it. Only a failed open is reported:
- * on standard output, and by the value of open(), -1. The result of a write is not looked at.
- * Every call returns 0 on success unless it says otherwise. GPIO lines are named by the kernel's
- * global number and must be exported, with their direction set, before they are used.
+ * A call opens its file, reads or writes once and closes it, unless it says otherwise. It returns 0,
+ * or -1 when the file cannot be opened, and says so on standard output. The result of a write is
+ * not looked at. GPIO lines are named by the kernel's global number; a line must be exported, with
+ * its direction set, before its value is used.
  */
 
 constexpr unsigned int GPIO_VIDEO_SRC_SEL = 106;  ///< output: 1 SerDes video, 0 head-unit video
@@ -33,7 +33,7 @@ int gpio_get_value(unsigned int gpio, bool *value);
 int gpio_set_edge(unsigned int gpio, const char *edge);
 
 /// Opens the value file with @p flags and O_NONBLOCK. Returns the descriptor, which the caller
-/// gives back with gpio_fd_close(), or -1.
+/// gives back with gpio_fd_close(), or -1 with a line on standard error.
 int gpio_fd_open(unsigned int gpio, unsigned int flags);
 
 /// Returns the result of close().

@@ -21,7 +21,7 @@ constexpr int kBacklightDelayTicks = 40;
 constexpr int kDeserPwdnTicks = 20;
 constexpr int kSerPwdnTicks = 30;
 
-constexpr unsigned long kDispSetBrightness = 0x102;
+constexpr unsigned long kBacklightRequest = 0x102;
 
 void runScript(const char *command)
 {
@@ -150,9 +150,9 @@ void SerdesControl::setLcdBacklight(unsigned int level)
         fflush(stdout);
         return;
     }
-    // The driver takes a block of four words; only screen 0 and the level are used.
+    // Words that the driver may read behind the level are 0.
     uint64_t arguments[4] = {0, level, 0, 0};
-    ioctl(fd, kDispSetBrightness, arguments);
+    ioctl(fd, kBacklightRequest, arguments);
     close(fd);
 }
 

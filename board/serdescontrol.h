@@ -33,7 +33,7 @@ public:
     void Reset_DeserPwdn(bool reset);
     void Reset_SerPwdn(bool reset);
 
-    /// False lets the board's power go when ACC is off.
+    /// True keeps the board powered.
     void setAccKeepPowerOn(bool on);
 
     /// Read a line into @p level, which keeps its value when the line cannot be read. Both return
@@ -41,7 +41,7 @@ public:
     int getSwitchStatus(bool *level);
     int getAccStatus(bool *level);
 
-    // For use by hand on the board; the controller does not call them.
+    // The controller does not call these.
     void setLcdBacklight(unsigned int level); ///< in the display driver's own steps
     void switchGMSLLink(bool pvm);
     void switchVideoSource(bool serdes);

@@ -143,6 +143,13 @@ void CANInterface::setfilter(const QList<QCanBusDevice::Filter> &filters)
                                               QVariant::fromValue(filters));
 }
 
+bool CANInterface::hasFrame() const
+{
+    // A device that is not connected keeps its frames: reading until none is left would not end.
+    return mCanDevice != nullptr && mCanDevice->state() == QCanBusDevice::ConnectedState &&
+           mCanDevice->framesAvailable() != 0;
+}
+
 bool CANInterface::sendFrame(const QCanBusFrame &frame)
 {
     return mCanDevice != nullptr && mCanDevice->writeFrame(frame);
@@ -169,7 +176,7 @@ void CANInterface::processReceivedFrames()
     qDebug() << "CAN" << mCanIndex << __func__;
     if (mCanDevice == nullptr)
         return;
-    while (mCanDevice->framesAvailable() != 0) {
+    while (hasFrame()) {
         const QCanBusFrame frame = mCanDevice->readFrame();
         const QString view = frame.frameType() == QCanBusFrame::ErrorFrame
                                  ? mCanDevice->interpretErrorFrame(frame)

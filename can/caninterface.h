@@ -22,7 +22,8 @@ public:
     /**
      * Brings the interface of @p channel (0 "can0", 1 "awlink1") down and up again with
      * @p bitrate in bit/s, listen-only, restarting @p restartMs milliseconds after bus-off, and
-     * connects a device to it. Releases a device that is already open.
+     * connects a device to it. Releases a device that is already open. For any other channel no
+     * command runs, and a device that is held is connected once more.
      * Returns 0 on every path: the outcome is in mCanIndex and in the log.
      */
     int openCANDevice(unsigned int channel, unsigned int bitrate, unsigned int restartMs);
@@ -38,6 +39,9 @@ public:
 
     /// Hands @p filters to the device as its raw filters. Without a device does nothing.
     void setfilter(const QList<QCanBusDevice::Filter> &filters);
+
+    /// Whether readFrame() of the device has a frame to give.
+    bool hasFrame() const;
 
     /// Writes @p frame to the device; false when that fails or there is no device. Nothing in the
     /// controller sends.

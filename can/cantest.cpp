@@ -13,7 +13,7 @@ constexpr unsigned int kChannel = 0;
 constexpr unsigned int kBitrate = 500000;
 constexpr unsigned int kRestartMs = 100;
 
-// A gear is taken on the frame after this many identical ones.
+// A gear is taken on the frame after this many with the same code.
 constexpr int kGearLimit1004501 = 4;
 constexpr int kGearLimit1004001 = 10;
 
@@ -94,11 +94,8 @@ CanTest::CanTest(QObject *parent) : QObject(parent), mCanInterface(new CANInterf
 
 void CanTest::onProcesscan0receivedframes()
 {
-    QCanBusDevice *device = mCanInterface->mCanDevice;
-    if (device == nullptr)
-        return;
-    while (device->framesAvailable() != 0) {
-        const QCanBusFrame frame = device->readFrame();
+    while (mCanInterface->hasFrame()) {
+        const QCanBusFrame frame = mCanInterface->mCanDevice->readFrame();
         if (frame.frameType() == QCanBusFrame::ErrorFrame || !frame.isValid())
             continue;
         decodeFrame(frame);

@@ -41,7 +41,7 @@ public:
 
     CANInterface *mCanInterface; ///< lives until the process ends
 
-    // The vehicle-signal state; -1 until received.
+    // The vehicle-signal state; -1 until received, unless another value stands here.
     int mNetworkStatus = -1;
     int mNightMode = -1;
     int mDrivingDirection = -1;

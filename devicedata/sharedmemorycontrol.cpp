@@ -70,6 +70,7 @@ SharedMemoryControl::SharedMemoryControl(bool isCreator, QObject *parent)
     mShareMemThread->setObjectName(QStringLiteral("ShareMemThread"));
     moveToThread(mShareMemThread);
     connect(mShareMemThread, SIGNAL(finished()), this, SLOT(deleteLater()));
+    connect(mShareMemThread, SIGNAL(finished()), mShareMemThread, SLOT(deleteLater()));
     connect(mShareMemThread, SIGNAL(started()), this, SLOT(runSlot()));
     mShareMemThread->start();
 }
@@ -78,8 +79,8 @@ SharedMemoryControl::~SharedMemoryControl()
 {
     // The worker ends first: an exchange that still ran would touch the segment after the detach.
     if (QThread::currentThread() == mShareMemThread) {
-        // Deleted because the thread finished: it cannot wait for itself.
-        mShareMemThread->deleteLater();
+        // It cannot wait for itself: it deletes itself once it has finished.
+        mShareMemThread->quit();
     } else {
         // The thread's end must not delete this object a second time.
         disconnect(mShareMemThread, SIGNAL(finished()), this, SLOT(deleteLater()));

@@ -42,7 +42,9 @@ void TestCanInterface::story()
         } else if (verb == "without-interface")
             fakecan::isInterfacePresent = false;
         else if (verb == "open")
-            effects::add(QString::number(can->openCANDevice(words[1].toUInt(), 500000, 100)));
+            effects::add(QString::number(can->openCANDevice(words[1].toUInt(),
+                                                            words.value(2, "500000").toUInt(),
+                                                            words.value(3, "100").toUInt())));
         else if (verb == "disconnect")
             fakecan::device->disconnectDevice();
         else if (verb == "close")
@@ -60,7 +62,7 @@ void TestCanInterface::story()
         else if (verb == "error")
             can->processErrors(static_cast<QCanBusDevice::CanBusError>(value));
         else if (verb == "receive")
-            fakecan::device->receive(frameOf(words));
+            fakecan::device->receive({frameOf(words)});
         else if (verb == "process")
             can->processReceivedFrames();
         else if (verb == "written")

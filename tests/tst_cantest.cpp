@@ -16,6 +16,7 @@ private Q_SLOTS:
     void frames();
     void everyByteOfACode();
     void droppedFrames();
+    void manyFramesAtOnce();
     void withoutADevice();
 };
 
@@ -105,11 +106,28 @@ void TestCanTest::droppedFrames()
     CanTest can(nullptr);
     tellSignals(can);
     effects::take();
-    fakecan::device->receive(QCanBusFrame(QCanBusFrame::ErrorFrame));
-    fakecan::device->receive(QCanBusFrame(QCanBusFrame::InvalidFrame));
-    fakecan::device->receive(QCanBusFrame(0x413, QByteArray(9, 'x'))); // longer than a frame
+    fakecan::device->receive({QCanBusFrame(QCanBusFrame::ErrorFrame)});
+    fakecan::device->receive({QCanBusFrame(QCanBusFrame::InvalidFrame)});
+    fakecan::device->receive({QCanBusFrame(0x413, QByteArray(9, 'x'))}); // longer than a frame
     fakecan::device->receive(0x681AA02, "\x10", false); // an identifier that needs 29 bits
     QCOMPARE(effects::take(), QStringList());
+}
+
+// One activation takes all that is pending; each change is told before the next frame is read.
+void TestCanTest::manyFramesAtOnce()
+{
+    CanTest can(nullptr);
+    tellSignals(can);
+    effects::take();
+    fakecan::device->receive({QCanBusFrame(0x3E0, QByteArray(5, 0x54)),
+                              QCanBusFrame(QCanBusFrame::ErrorFrame),
+                              QCanBusFrame(0x681AA02, "\x01"), QCanBusFrame(0x681AA02, "\x02")});
+    QCOMPARE(effects::take(), (QStringList{"key 2", "speed 1", "speed 2"}));
+    // Frames that a device keeps after it was disconnected must not hold the decoder up.
+    fakecan::device->disconnectDevice();
+    fakecan::device->receive({QCanBusFrame(0x681AA02, "\x03")});
+    can.mCanInterface->processReceivedFrames();
+    QCOMPARE(can.mSpeed, 2);
 }
 
 void TestCanTest::withoutADevice()

@@ -82,6 +82,7 @@ void TestDeviceDatasManager::burstIsAnnouncedOnce()
     QCOMPARE(effects::take(), QStringList{"timer 50"});
     QCOMPARE(spy.size(), 0);
     manager.on_delayTimerOut();
+    QCOMPARE(effects::take(), QStringList{"timer stop"});
     QCOMPARE(spy.size(), 1);
     manager.handleSendDataChanged();
     QCOMPARE(effects::take(), QStringList());

@@ -18,7 +18,7 @@ void TestGpioSet::story()
     effects::reset();
     char text[21];
     const auto call = [&text](const QStringList &words) {
-        const QString verb = words[0];
+        const QString &verb = words[0];
         const unsigned int number = words.value(1).toUInt();
         const QByteArray word = words.value(2).toLatin1();
         if (verb == "export")

@@ -27,7 +27,7 @@ void TestSerdesControl::story()
         effects::setFile(valueFile(line), "1\n");
     auto serdes = std::make_unique<SerdesControl>(nullptr);
     const auto run = [&serdes](const QStringList &words) {
-        const QString verb = words[0];
+        const QString &verb = words[0];
         const int value = words.value(1).toInt();
         const bool isOn = value == 1;
         if (verb == "new")
@@ -62,10 +62,21 @@ void TestSerdesControl::story()
             const int result = words[2] == "switch" ? serdes->getSwitchStatus(&level)
                                                     : serdes->getAccStatus(&level);
             effects::add(QStringLiteral("%1 %2").arg(result).arg(level));
+        } else if (verb == "delay") {
+            QElapsedTimer clock;
+            clock.start();
+            QTimer::singleShot(0, [] { effects::add("event processed"); });
+            serdes->Delay_MSec(words[1].toUInt());
+            // The time of day is cut to milliseconds, so one may be missing.
+            effects::add(clock.elapsed() >= value - 1 ? "waited" : "too short");
         } else if (verb == "brightness") {
             effects::onIoctl = [](unsigned long, void *argument) {
                 const auto *block = static_cast<quint64 *>(argument);
-                effects::add(QStringLiteral("words %1 %2").arg(block[0]).arg(block[1]));
+                effects::add(QStringLiteral("words %1 %2 %3 %4")
+                                 .arg(block[0])
+                                 .arg(block[1])
+                                 .arg(block[2])
+                                 .arg(block[3]));
                 return -1;
             };
             serdes->setLcdBacklight(words[1].toUInt());

@@ -110,7 +110,9 @@ private Q_SLOTS:
     void slog();
     void leftover();
     void largeStranger();
+    void flagsOnlyStranger();
     void smallStranger();
+    void deletedOnItsOwnThread();
     void lockedSegment();
     void killedRenderer();
     void peer();
@@ -130,7 +132,7 @@ void TestSharedMemoryControl::fresh()
     QVERIFY(segment.attach());
     QCOMPARE(segment.bytes(), kFresh + QByteArray(36, 0));
     DeviceDatasManager::self()->setGear(2);
-    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), QStringList{"timer 1000"});
+    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), (QStringList{"timer stop", "timer 1000"}));
     QCOMPARE(segment.bytes().at(18), char(2));
     // The eleventh exchange finds the run count unchanged for the tenth time, once for all.
     QCOMPARE(link.exchange(8), QStringList());
@@ -198,7 +200,7 @@ void TestSharedMemoryControl::slog()
     link.exchange();
     Segment segment;
     QVERIFY(segment.attach());
-    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), QStringList{"timer 1000"});
+    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), (QStringList{"timer stop", "timer 1000"}));
     segment.setFlag(3, 1);
     const auto dump = [](const QByteArray &bytes) {
         return QStringLiteral("log Send  size  %1 \" %2 \"")
@@ -208,7 +210,14 @@ void TestSharedMemoryControl::slog()
     QCOMPARE(link.exchange(), QStringList{dump(segment.bytes())});
     segment.setFlag(0, 200);
     QCOMPARE(link.exchange(), QStringList{dump(segment.bytes())});
-    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), (QStringList{dump(kFresh), "timer 1000"}));
+    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"),
+             (QStringList{"timer stop", dump(kFresh), "timer 1000"}));
+    segment.setFlag(1, 1);
+    segment.setFlag(2, 1);
+    QCOMPARE(link.exchange(),
+             (QStringList{"log ====  setIsAVMInited  isAVMInited  true", dump(segment.bytes()),
+                          "log ====  setIsTurnSwitchEnable  isTurnSwitchEnable  true",
+                          "initialised", "turn switch"}));
     segment.setFlag(3, 2);
     QCOMPARE(link.exchange(), QStringList());
     link.control->setIsSlogEnable(true);
@@ -249,6 +258,18 @@ void TestSharedMemoryControl::largeStranger()
     QVERIFY(link.exchange().contains("initialised"));
 }
 
+// Too small for the record, large enough for the flags.
+void TestSharedMemoryControl::flagsOnlyStranger()
+{
+    Segment segment;
+    QVERIFY(segment.create(27));
+    Link link(true);
+    link.exchange();
+    segment.setFlag(2, 1);
+    QVERIFY(link.exchange().contains("initialised"));
+    QCOMPARE(segment.bytes(), QByteArray(25, 0) + QByteArray::fromHex("0100"));
+}
+
 void TestSharedMemoryControl::smallStranger()
 {
     Segment segment;
@@ -260,6 +281,15 @@ void TestSharedMemoryControl::smallStranger()
     Link peerLink(false);
     QCOMPARE(peerLink.exchange(), QStringList{"log too small shareSize  2"});
     QCOMPARE(segment.bytes(), QByteArray(2, 0));
+}
+
+void TestSharedMemoryControl::deletedOnItsOwnThread()
+{
+    auto *control = new SharedMemoryControl(true, nullptr);
+    QSignalSpy spy(control->thread(), SIGNAL(destroyed()));
+    control->deleteLater();
+    QTRY_COMPARE_WITH_TIMEOUT(spy.size(), 1, 10000);
+    QVERIFY(effects::take().contains("log ~SharedMemoryControl"));
 }
 
 // The segment's own lock counts, not only the semaphore.
@@ -326,6 +356,7 @@ void TestSharedMemoryControl::peer()
     QCOMPARE(lines.size(), 1);
     QVERIFY2(lines.first().startsWith("log  Rvc  size  28 \" 00  00 "), qPrintable(lines.first()));
     QCOMPARE(segment.bytes().right(4), QByteArray::fromHex("fe000101"));
+    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), (QStringList{"timer stop", "timer 1000"}));
     QCOMPARE(DeviceDatasManager::self()->deviceData().gear, char(2));
 }
 

@@ -23,8 +23,7 @@ static QString verdictsOf(const QString &story, double speed)
             expectations.take({kinds[what], subject, rest.section(' ', -1)}, us);
         } else if (what == "?") {
             Statement statement;
-            const QString wrong =
-                parseWords("expect " + QString(rest).replace('\'', '"'), &statement);
+            QString wrong = parseWords("expect " + QString(rest).replace('\'', '"'), &statement);
             if (!wrong.isEmpty())
                 return wrong;
             statement.atUs = qRound64(static_cast<double>(us) * speed);

@@ -124,6 +124,7 @@ ssize_t __real_write(int fd, const void *data, size_t length);
 int __real_close(int fd);
 int __real_ioctl(int fd, unsigned long request, ...);
 void __real__ZN6QTimer5startEi(QTimer *timer, int ms);
+void __real__ZN6QTimer4stopEv(QTimer *timer);
 
 int __wrap_open(const char *path, int flags, ...)
 {
@@ -225,6 +226,13 @@ void __wrap__ZN6QTimer5startEi(QTimer *timer, int ms)
     if (gRecordTimers)
         effects::add(QStringLiteral("timer %1").arg(ms));
     __real__ZN6QTimer5startEi(timer, ms + kHourMs);
+}
+
+void __wrap__ZN6QTimer4stopEv(QTimer *timer)
+{
+    if (gRecordTimers)
+        effects::add(QStringLiteral("timer stop"));
+    __real__ZN6QTimer4stopEv(timer);
 }
 
 QDateTime __real__ZN9QDateTime15currentDateTimeEv();

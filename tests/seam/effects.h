@@ -15,7 +15,7 @@
  * far in the future that only the test fires them. Other files are opened as ever.
  *
  *     open PATH FLAGS | open PATH FLAGS failed | write "BYTES" | close
- *     ioctl REQUEST | system COMMAND | popen COMMAND | print "TEXT" | log TEXT | timer MS
+ *     ioctl REQUEST | system COMMAND | popen COMMAND | print "TEXT" | log TEXT | timer MS|stop
  */
 namespace effects {
 

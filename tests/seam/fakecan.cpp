@@ -22,16 +22,16 @@ void reset()
 
 } // namespace fakecan
 
-void FakeCanDevice::receive(const QCanBusFrame &frame)
+void FakeCanDevice::receive(const QVector<QCanBusFrame> &frames)
 {
-    enqueueReceivedFrames({frame});
+    enqueueReceivedFrames(frames);
 }
 
 void FakeCanDevice::receive(quint32 id, const QByteArray &payload, bool extended)
 {
     QCanBusFrame frame(id, payload);
     frame.setExtendedFrameFormat(extended);
-    receive(frame);
+    receive({frame});
 }
 
 bool FakeCanDevice::writeFrame(const QCanBusFrame &)

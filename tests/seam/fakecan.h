@@ -11,7 +11,7 @@ class FakeCanDevice : public QCanBusDevice
 
 public:
     void receive(quint32 id, const QByteArray &payload, bool extended);
-    void receive(const QCanBusFrame &frame);
+    void receive(const QVector<QCanBusFrame> &frames);
 
     bool writeFrame(const QCanBusFrame &frame) override;
     QString interpretErrorFrame(const QCanBusFrame &frame) override;

@@ -24,7 +24,7 @@ bool runSeamStep(const QStringList &words)
     if (words[0] == "file") {
         effects::setFile(words[1], words.mid(2).join(' ').replace("\\n", "\n").toLatin1());
     } else if (words[0] == "fail") {
-        const QString what = words[1];
+        const QString &what = words[1];
         effects::onWrite = [what](const QByteArray &) { return what != "write"; };
         effects::onIoctl = [what](unsigned long, void *) { return what == "ioctl" ? -1 : 0; };
     } else if (words[0] == "timers") {
