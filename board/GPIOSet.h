@@ -3,8 +3,8 @@
 /**
  * Board lines through sysfs: GPIO, PWM channels of pwmchip0, G-sensor and ADC.
  *
- * A call opens its file, reads or writes once and closes it, unless it says otherwise. It returns 0,
- * or -1 when the file cannot be opened, and says so on standard output. The result of a write is
+ * A call opens its file, reads or writes once and closes it, unless it says otherwise. It returns
+ * 0, or -1 when the file cannot be opened, and says so on standard output. The result of a write is
  * not looked at. GPIO lines are named by the kernel's global number; a line must be exported, with
  * its direction set, before its value is used.
  */
