@@ -1,7 +1,6 @@
 #include "devicedata/devicedatasmanager.h"
 
 #include <QDebug>
-#include <QMutexLocker>
 
 #include <cstring>
 
@@ -42,43 +41,43 @@ QSharedPointer<DeviceDatasManager> DeviceDatasManager::self()
 
 DeviceData DeviceDatasManager::deviceData() const
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     return mDeviceData;
 }
 
 void DeviceDatasManager::setGear(char gear)
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     mDeviceData.gear = gear;
 }
 
 void DeviceDatasManager::setRadar(int radar)
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     mDeviceData.radar = radar;
 }
 
 void DeviceDatasManager::setSpeed(int speed)
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     mDeviceData.speed = speed;
 }
 
 void DeviceDatasManager::setAngle(int angle)
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     mDeviceData.angle = angle;
 }
 
 void DeviceDatasManager::setLightStatus(char lightStatus)
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     mDeviceData.lightStatus = lightStatus;
 }
 
 void DeviceDatasManager::setKeyStaus(char keyStatus)
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     mDeviceData.keyStatus = keyStatus;
 }
 
@@ -101,7 +100,7 @@ bool DeviceDatasManager::handleRcvDataChanged()
 
 bool DeviceDatasManager::takeChange()
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     if (!isDeviceDataChanged(&mDeviceData, &mLastDeviceData))
         return false;
     std::memcpy(&mLastDeviceData, &mDeviceData, sizeof(DeviceData));
@@ -110,7 +109,7 @@ bool DeviceDatasManager::takeChange()
 
 void DeviceDatasManager::structToCharArray(char *buffer) const
 {
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     std::memcpy(buffer, &mDeviceData, sizeof(DeviceData));
 }
 
@@ -120,7 +119,7 @@ void DeviceDatasManager::charArrayToStruct(const char *data, int len)
         qDebug() << " size error " << len << " dataLen " << mDataLen;
         return;
     }
-    QMutexLocker lock(&mMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     std::memcpy(&mDeviceData, data, static_cast<size_t>(len));
 }
 

@@ -2,10 +2,11 @@
 
 #include "devicedata/devicedatashare.h"
 
-#include <QMutex>
 #include <QObject>
 #include <QSharedPointer>
 #include <QTimer>
+
+#include <mutex>
 
 /**
  * The process's one DeviceData record and the detection of its changes.
@@ -64,5 +65,5 @@ private:
     DeviceData mLastDeviceData; ///< the record as of the last detected change
     int mDataLen;               ///< bytes
     QTimer mDelayTimer;         ///< 50 ms from a burst's first change to its announcement
-    mutable QMutex mMutex;      ///< guards the two records
+    mutable std::mutex mMutex;  ///< guards the two records
 };

@@ -3,7 +3,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QMutex>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -13,12 +12,13 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <memory>
+#include <mutex>
 
 namespace {
 
 constexpr int kHourMs = 3600 * 1000; // added to every timer: the test fires them itself
 
-QMutex gMutex; // the link logs from its worker thread
+std::mutex gMutex; // the link logs from its worker thread
 QStringList gLines;
 QSet<int> gOpen;
 std::unique_ptr<QTemporaryDir> gTree;
@@ -83,7 +83,7 @@ void reset()
 
 QStringList take()
 {
-    QMutexLocker lock(&gMutex);
+    const std::lock_guard<std::mutex> lock(gMutex);
     QStringList lines;
     lines.swap(gLines);
     return lines;
@@ -91,7 +91,7 @@ QStringList take()
 
 void add(const QString &line)
 {
-    QMutexLocker lock(&gMutex);
+    const std::lock_guard<std::mutex> lock(gMutex);
     gLines << line;
 }
 
