@@ -11,7 +11,17 @@ class TestSerdesControl : public QObject
 private Q_SLOTS:
     void story_data() { stories::load(QFINDTESTDATA("stories/serdes.stories")); }
     void story();
+    void monitor_data() { stories::load(QFINDTESTDATA("stories/monitor.stories")); }
+    void monitor() { story(); }
+    void registers_data() { stories::load(QFINDTESTDATA("stories/registers.stories")); }
+    void registers();
 };
+
+static void tellEvents(const SerdesControl *serdes)
+{
+    QObject::connect(serdes, &SerdesControl::phySwitchTriggerSignal,
+                     [](int event) { effects::add(QStringLiteral("event %1").arg(event)); });
+}
 
 static QString valueFile(const QString &line)
 {
@@ -26,6 +36,7 @@ void TestSerdesControl::story()
     for (const char *line : {"122", "269", "270"})
         effects::setFile(valueFile(line), "1\n");
     auto serdes = std::make_unique<SerdesControl>(nullptr);
+    tellEvents(serdes.get());
     const auto run = [&serdes](const QStringList &words) {
         const QString &verb = words[0];
         const int value = words.value(1).toInt();
@@ -84,6 +95,34 @@ void TestSerdesControl::story()
             QFAIL("no such step");
     };
     stories::play(run, "^open .*value O_RDONLY|^close$");
+}
+
+void TestSerdesControl::registers()
+{
+    effects::reset();
+    SerdesControl serdes(nullptr);
+    stories::play([&serdes](const QStringList &words) {
+        if (words[0] == "answer") {
+            effects::popenOutput = words[1] == "none"
+                                       ? QByteArray()
+                                       : words.mid(1).join(' ').replace("\\n", "\n").toLatin1();
+        } else if (words[0] == "read") {
+            QByteArray bytes(3, static_cast<char>(0xEE));
+            const auto number = [&words](int i) {
+                return static_cast<unsigned char>(words[i].toInt(nullptr, 16));
+            };
+            serdes.Read_iic_from_ser(number(1), number(2),
+                                     reinterpret_cast<unsigned char *>(bytes.data()), number(3));
+            effects::add(bytes.toHex(' '));
+        } else if (words[0] == "shell") {
+            const QString output = serdes.exec_shell("x").replace('\n', '|');
+            effects::add(output.isEmpty() ? "(empty)" : output);
+        } else if (words[0] == "poll") {
+            QVERIFY(QMetaObject::invokeMethod(&serdes, "slot_mtimer_timeout"));
+        } else {
+            QFAIL("no such step");
+        }
+    });
 }
 
 QTEST_GUILESS_MAIN(TestSerdesControl)

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "app/pvmmain.h"
+#include "can/cantest.h"
+
+#include <QStringList>
+
+#include <memory>
+
+/// A controller on the seam with a fresh record. The link is a fake without a thread. Pictures that
+/// are asked for become effects, "picture N".
+class Vehicle
+{
+public:
+    Vehicle();
+    ~Vehicle();
+
+    /// Carries out one step of a story.
+    void run(const QStringList &words);
+
+    std::unique_ptr<PvmMain> controller;
+    CanTest *can;
+};
