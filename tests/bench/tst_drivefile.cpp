@@ -40,7 +40,8 @@ private Q_SLOTS:
             {"at", "missing time after 'at'"},
             {"at 1. end", "'1.' is not a time in seconds"},
             {"at 1x end", "'1x' is not a time in seconds"},
-            {"at 1", "a word is missing after the time; allowed there: renderer, bus, end, expect"},
+            {"at 1", "a word is missing after the time; allowed there: renderer, bus, switch, acc, "
+                     "lock, line, script, board, end, expect"},
             {"at 1 jump", "'jump' is not allowed after the time; allowed there: renderer, bus"},
             {"at 1 bus", "a word is missing after 'bus'; allowed there: up|down"},
             {"at 1 end 2", "'2' is not allowed after 'end'; allowed there: nothing more"},
@@ -50,6 +51,11 @@ private Q_SLOTS:
             {"at 1 expect command \"a\"b", "no blank behind the closing quote"},
             {"at 1 expect command a", "'a' is not allowed after 'command'; allowed there: \"TEXT"},
             {"at 1 expect gpio x 1", "'x' is not allowed after 'gpio'; allowed there: NUMBER"},
+            {"at 1 switch click", "a word is missing after 'click'; allowed there: SECONDS"},
+            {"at 1 switch on", "'on' is not allowed after 'switch'; allowed there: press|release"},
+            {"at 1 lock acc on", "'acc' is not allowed after 'lock'; allowed there: deserializer"},
+            {"at 0 expect power off \"x\"", "a word is missing after 'x'; allowed there: within"},
+            {"at 0 board without watchdog", "a board is without watchdog from 0 on, before any"},
             {"at 2 end\nat 1 end", ""},
         };
         for (const auto &row : rows)
@@ -105,7 +111,7 @@ private Q_SLOTS:
         QCOMPARE(drive.timeOf(drive.frames[2]), int64_t{200'000});
         QCOMPARE(drive.skipped, uint64_t{2});
         QCOMPARE(drive.elsewhere, uint64_t{1});
-        QVERIFY(!drive.rendererFromStart);
+        QVERIFY(!drive.rendererFromStart && drive.hasWatchdog);
         QCOMPARE(drive.statements[1].words, QStringList({"expect", "no", "command", "a \"b\\"}));
         QCOMPARE(drive.statements[1].spanUs, int64_t{9'000'000});
         const char *const good = "(1.0) can0 20000088#00 T\nat 1 expect bus up for 2";
@@ -113,6 +119,10 @@ private Q_SLOTS:
         QVERIFY2(wrong.isEmpty(), qPrintable(wrong));
         QCOMPARE(drive.frames[0].id, 0x88u | CAN_ERR_FLAG);
         QCOMPARE(drive.endUs, int64_t{3'000'000});
+        wrong = parseDrive("at 0 board without watchdog\n(1.0) can0 123#", "d", "can0", &drive);
+        QVERIFY(wrong.isEmpty() && !drive.hasWatchdog);
+        wrong = parseDrive("at 0.1 board without watchdog\n(1.0) can0 123#", "d", "can0", &drive);
+        QVERIFY2(wrong.startsWith("d:1: a board is without"), qPrintable(wrong));
     }
 };
 

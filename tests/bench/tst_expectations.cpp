@@ -1,14 +1,16 @@
 #include "bench/drive/expectations.h"
+#include "bench/drive/tickcounts.h"
 
 #include <QtTest>
+
+static const QMap<QString, Fact::Kind> kinds = {
+    {"run", Fact::Kind::Command},       {"log", Fact::Kind::Log},
+    {"gpio", Fact::Kind::Gpio},         {"picture", Fact::Kind::Picture},
+    {"watchdog", Fact::Kind::Watchdog}, {"power", Fact::Kind::Power}};
 
 /// Plays a story of `TIME WORDS`: "? ..." is expected, "now" lets time pass, the rest happens.
 static QString verdictsOf(const QString &story, double speed)
 {
-    static const QMap<QString, Fact::Kind> kinds = {
-        {"run", Fact::Kind::Command},       {"log", Fact::Kind::Log},
-        {"gpio", Fact::Kind::Gpio},         {"picture", Fact::Kind::Picture},
-        {"watchdog", Fact::Kind::Watchdog}, {"power", Fact::Kind::Power}};
     QStringList verdicts;
     Expectations expectations(speed, [&](const QString &text, bool held) {
         verdicts << (held ? "ok " : "no ") + text.section(held ? ": ok, " : ", but ", 1);
@@ -32,6 +34,17 @@ static QString verdictsOf(const QString &story, double speed)
         expectations.advance(us);
     }
     return verdicts.join("; ").replace('"', '\'') + (expectations.waiting() ? " waiting" : "");
+}
+
+/// Plays a story of `MILLISECONDS KIND SUBJECT`; what is measured in it.
+static QString spansOf(const QString &story)
+{
+    TickCounts counts;
+    QString spans;
+    for (const QString &line : story.split("; "))
+        spans += counts.take({kinds[line.section(' ', 1, 1)], line.section(' ', 2), {}},
+                             line.section(' ', 0, 0).toInt() * 1000);
+    return spans;
 }
 
 class TestExpectations : public QObject
@@ -79,6 +92,10 @@ private Q_SLOTS:
             {"1 ? watchdog unfed for 2; 2.9 watchdog fed", "no it was fed"},
             {"1 watchdog opened; 1 watchdog fed; 1 ? watchdog opened", "ok "},
             {"1 picture DA; 2 power on; 3 ? picture PVM", "ok "},
+            {"1 ? power off 'reboot' within 2; 2 power reboot off", "ok after 1.000 s"},
+            {"1 ? power off 'reboot' within 2; 2 power watchdog off; 2 power on; 3 now",
+             "no it is watchdog"},
+            {"1 ? power off within 2; 2 power watchdog off", "ok after 1.000 s"},
         };
         for (const auto &row : rows)
             QTest::newRow(row[0]) << row[0] << row[1];
@@ -95,6 +112,20 @@ private Q_SLOTS:
         QCOMPARE(verdictsOf("1 ? picture DA within 1; 1.9 picture DA", 10),
                  QString("ok after 0.900 s"));
         QCOMPARE(verdictsOf("1 ? picture PVM for 1; 1.2 picture DA", 10), QString("ok "));
+    }
+
+    void measuresTicks()
+    {
+        const QString lost = "0 log SER LOCK Status(SCREEN exist):  0; ";
+        const QString back = "9 log SER LOCK Status(SCREEN exist):  1; ";
+        const QString script = "199 run /etc/set_t840gmsl_0.sh 1",
+                      span = " after 190 ms (19 ticks)";
+        QCOMPARE(spansOf(lost + back + script + "; 400 run /etc/set_t840gmsl_0.sh 1"), span);
+        QCOMPARE(spansOf(lost + back + "150 run /etc/set_t840gmsl_0.sh 1; " + script), span);
+        QCOMPARE(spansOf(back + script), QString()); // the first reading
+        QCOMPARE(spansOf(lost + back + "20 power on; " + script), QString());
+        QCOMPARE(spansOf("1 picture; 9 picture; 412 run /etc/set_t840gmsl_1.sh"),
+                 QString(" after 403 ms (39 or 40 ticks)"));
     }
 };
 
