@@ -4,6 +4,7 @@
 #include "bench/board/controllerprocess.h"
 #include "bench/board/filewatch.h"
 #include "bench/board/gpiotree.h"
+#include "bench/board/inputs.h"
 #include "bench/board/rendererprocess.h"
 #include "bench/board/vehiclebus.h"
 #include "bench/board/watchdog.h"
@@ -22,8 +23,10 @@ constexpr int kStallChecks = 10; // in a row: 5 s
 
 const QString kBenchFolder = QStringLiteral("/bench");
 const QString kSegmentKey = QStringLiteral("PvmSharedMemory5");
+const QString kScripts = QStringLiteral("/etc/");
 const QString kScript = QStringLiteral("/etc/set_t840gmsl_0.sh");
 const QString kBusDownCommand = QStringLiteral("ip link set can0 down");
+constexpr int kKeepPowerLine = 150;
 
 bool isBusUpCommand(const QString &command)
 {
@@ -57,8 +60,11 @@ public:
     void drain();
 
     void handleCommand(int command, const QStringList &words);
+    void endScript(int command, const QString &text);
     int carryOut(const QString &command);
     void reportPicture(const QString &command);
+    void handleGpio(int line, bool level);
+    void reboot();
     void setBusUp(bool up, const QString &command);
 
     void handleBusConnected();
@@ -74,6 +80,7 @@ public:
     Setup setup;
     FileWatch watch;
     GpioTree gpio{&watch};
+    Inputs inputs{gpio};
     Watchdog watchdog{&watch};
     CommandServer commands;
     VehicleBus bus;
@@ -84,6 +91,10 @@ public:
     Phase phase = Phase::Off;
     bool isBusConnected = false;
     bool isRendererAttached = false;
+    bool isSynced = false;        ///< in this life
+    bool isPowerReleased = false; ///< the keep-power line is 0, after the sync
+    int scriptMs = 0;             ///< before a script ends
+    bool areScriptsFailing = false;
     quint64 takenAtCheck = 0; ///< frames, at the last look at the bus
     int stalledChecks = 0;    ///< in a row without a frame taken while some waited
 };
@@ -94,9 +105,10 @@ Board::Private::Private(Board *board, const Setup &givenSetup) : q(board), setup
     startTimer.setSingleShot(true);
     connect(&startTimer, &QTimer::timeout, q, [this] { handleStartTimeout(); });
     connect(&stallTimer, &QTimer::timeout, q, [this] { checkStall(); });
-    connect(&gpio, &GpioTree::written, q, [this](int line, bool level) {
-        report(Kind::Gpio, QString::number(line), QString::number(level ? 1 : 0));
-    });
+    connect(&gpio, &GpioTree::written, q,
+            [this](int line, bool level) { handleGpio(line, level); });
+    connect(&inputs, &Inputs::changed, q,
+            [this](const QString &name, const QString &what) { report(Kind::Input, name, what); });
     connect(&watchdog, &Watchdog::happened, q,
             [this](const QString &what) { handleWatchdog(what); });
     connect(&commands, &CommandServer::started, q,
@@ -124,7 +136,7 @@ bool Board::Private::build(QString *error)
         return false;
     }
     QDir().mkpath(QStringLiteral("/run/pvm-bench/can"));
-    return gpio.build(error) && watchdog.build(error) && bus.build(error) &&
+    return gpio.build(error) && (!setup.hasWatchdog || watchdog.build(error)) && bus.build(error) &&
            commands.build(kBenchFolder + QStringLiteral("/pvm-bench-command"), error);
 }
 
@@ -137,6 +149,8 @@ void Board::Private::powerOn()
     phase = Phase::Starting;
     isBusConnected = false;
     isRendererAttached = false;
+    isSynced = false;
+    isPowerReleased = false;
     report(Fact::Kind::Power, QString(), QStringLiteral("on"));
     startTimer.start(kStartTimeoutMs);
     stallTimer.start(kStallCheckPeriodMs);
@@ -178,17 +192,38 @@ void Board::Private::handleCommand(int command, const QStringList &words)
     drain();
     const QString text = words.join(QLatin1Char(' '));
     report(Fact::Kind::Command, text, QString());
-    if (text == QLatin1String("reboot")) {
-        powerOff(text);
-        return;
-    }
-    commands.reply(command, carryOut(text));
-    reportPicture(text);
+    if (text == QLatin1String("reboot"))
+        reboot();
+    else if (text.startsWith(kScripts))
+        endScript(command, text);
+    else
+        commands.reply(command, carryOut(text));
+}
+
+void Board::Private::endScript(int command, const QString &text)
+{
+    const bool isFailing = areScriptsFailing;
+    commands.replyAfter(scriptMs, command, isFailing ? 1 : 0, [this, text, isFailing] {
+        if (!isFailing)
+            reportPicture(text);
+    });
+}
+
+// The board goes at once: what was not written to the disk by then is lost, and a board whose power
+// is kept does not go at all.
+void Board::Private::reboot()
+{
+    if (!isPowerReleased)
+        Q_EMIT q->controllerLost(
+            QStringLiteral("reboot without sync and then keep-power (%1) = 0").arg(kKeepPowerLine));
+    powerOff(QStringLiteral("reboot"));
 }
 
 /// The exit status.
 int Board::Private::carryOut(const QString &command)
 {
+    if (command == QLatin1String("sync"))
+        isSynced = true;
     if (!command.startsWith(QLatin1String("ip ")))
         return 0;
     const bool up = isBusUpCommand(command);
@@ -204,6 +239,13 @@ void Board::Private::reportPicture(const QString &command)
         report(Fact::Kind::Picture, QString(), QStringLiteral("PVM"));
     else if (command == kScript + QStringLiteral(" 0"))
         report(Fact::Kind::Picture, QString(), QStringLiteral("DA"));
+}
+
+void Board::Private::handleGpio(int line, bool level)
+{
+    report(Fact::Kind::Gpio, QString::number(line), QString::number(level ? 1 : 0));
+    if (line == kKeepPowerLine)
+        isPowerReleased = isSynced && !level;
 }
 
 void Board::Private::setBusUp(bool up, const QString &command)
@@ -346,9 +388,27 @@ void Board::setRendererFlag(const QString &flag, bool on)
     d->report(Fact::Kind::Renderer, QString(), command);
 }
 
+Inputs &Board::inputs()
+{
+    return d->inputs;
+}
+
+void Board::setScripts(int ms, bool isFailing)
+{
+    d->scriptMs = ms;
+    d->areScriptsFailing = isFailing;
+    d->report(Fact::Kind::Input, QStringLiteral("scripts"),
+              isFailing ? QStringLiteral("fail") : QStringLiteral("take %1 ms").arg(ms));
+}
+
 bool Board::isBusQuiet() const
 {
     return d->bus.waiting() == 0;
+}
+
+bool Board::isCommandRunning() const
+{
+    return d->commands.isCommandRunning();
 }
 
 Board::Figures Board::figures() const

@@ -2,6 +2,7 @@
 
 #include "bench/board/busframe.h"
 #include "bench/board/fact.h"
+#include "bench/board/inputs.h"
 
 #include <QObject>
 #include <QStringList>
@@ -21,6 +22,7 @@ public:
     {
         QString controller;            ///< path of the controller's binary
         bool rendererFromStart = true; ///< the renderer runs, initialised, before ready()
+        bool hasWatchdog = true;       ///< there is a /dev/watchdog
     };
     struct Figures
     {
@@ -53,8 +55,16 @@ public:
     void setRendererFlag(const QString &flag, bool on); ///< "heartbeat", "turn-switch",
                                                         ///< "initialised", "slog"
 
+    Inputs &inputs(); ///< what the drive does to them is reported
+
+    /// How the scripts in /etc behave from now on: when they end, real time, and whether in
+    /// failure, having routed nothing.
+    void setScripts(int ms, bool isFailing);
+
     /// True once every frame sent so far has been taken by the controller or lost.
     bool isBusQuiet() const;
+
+    bool isCommandRunning() const; ///< the controller waits for its end and does nothing else
 
     Figures figures() const;
 
@@ -63,9 +73,10 @@ public:
 
 Q_SIGNALS:
     void happened(const Fact &fact);
-    void ready();                               ///< can0 is up and connected, the renderer attached
-    void startFailed(const QString &reason);    ///< one line
-    void controllerLost(const QString &reason); ///< died, or has not read the bus for 5 s
+    void ready();                            ///< can0 is up and connected, the renderer attached
+    void startFailed(const QString &reason); ///< one line
+    /// Died, has not read the bus for 5 s, or rebooted before all was put away.
+    void controllerLost(const QString &reason);
 
 private:
     class Private;

@@ -6,14 +6,12 @@
 #include <cstring>
 #include <string>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr int kNoBench = 127;
-constexpr int kReplyTimeoutSeconds = 10;
 constexpr char kSocket[] = "/run/pvm-bench/commands";
 
 int fail(const char *command, const char *what)
@@ -44,8 +42,6 @@ int main(int argc, char **argv)
     if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
         return fail(argv[0], "no bench");
 
-    const timeval timeout{kReplyTimeoutSeconds, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     const std::string request = joined(argc, argv);
     if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) < 0)
         return fail(argv[0], "the bench does not listen");

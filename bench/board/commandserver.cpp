@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QTimer>
 
 namespace {
 
@@ -22,7 +23,7 @@ CommandServer::CommandServer(QObject *parent) : QObject(parent)
 {
     connect(&mServer, &SocketServer::connected, this, [this] { ++mRunning; });
     connect(&mServer, &SocketServer::received, this, &CommandServer::handleRequest);
-    connect(&mServer, &SocketServer::disconnected, this, [this] { --mRunning; });
+    connect(&mServer, &SocketServer::disconnected, this, &CommandServer::handleGone);
 }
 
 QString CommandServer::commandFolder()
@@ -58,8 +59,30 @@ void CommandServer::reply(int command, int status, const QByteArray &text)
     SocketServer::send(command, message.constData(), static_cast<size_t>(message.size()));
 }
 
+void CommandServer::replyAfter(int ms, int command, int status, const std::function<void()> &done)
+{
+    auto *timer = new QTimer(this);
+    mReplies.insert(command, timer);
+    timer->setSingleShot(true);
+    timer->setTimerType(Qt::PreciseTimer);
+    connect(timer, &QTimer::timeout, this, [this, command, status, done] {
+        mReplies.take(command)->deleteLater();
+        reply(command, status);
+        done();
+    });
+    timer->start(ms);
+}
+
+void CommandServer::handleGone(int client)
+{
+    --mRunning;
+    delete mReplies.take(client);
+}
+
 void CommandServer::dropAll()
 {
+    qDeleteAll(mReplies);
+    mReplies.clear();
     mServer.dropAll();
     mRunning = 0;
 }

@@ -5,6 +5,10 @@
 #include <QObject>
 #include <QStringList>
 
+#include <functional>
+
+class QTimer;
+
 /**
  * The commands and scripts that the controller runs. Each is a stand-in which hands its words over
  * and waits for its exit status.
@@ -26,6 +30,9 @@ public:
     /// Ends the command with an exit status, printing @p text on its standard output.
     void reply(int command, int status, const QByteArray &text = QByteArray());
 
+    /// The same later, then @p done; neither when the command has gone by then.
+    void replyAfter(int ms, int command, int status, const std::function<void()> &done);
+
     void dropAll(); ///< the commands that still wait end with an error
 
 Q_SIGNALS:
@@ -34,7 +41,9 @@ Q_SIGNALS:
 
 private:
     void handleRequest(int client, const QByteArray &message);
+    void handleGone(int client);
 
     SocketServer mServer;
     int mRunning = 0;
+    QMap<int, QTimer *> mReplies; ///< that are due later, by command
 };

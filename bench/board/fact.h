@@ -15,6 +15,7 @@ struct Fact
         Log,      ///< subject: one line of the controller's output
         Bus,      ///< value: "up", "down", "connected"; subject: the command behind up and down
         Renderer, ///< value: "started", "ended" or the flag just set, such as "turn-switch on"
+        Input,    ///< subject: a line or "scripts", value: what the drive made of it
         Power     ///< value: "on", "off"; subject: why, such as "watchdog" or "reboot"
     };
     Kind kind;

@@ -31,6 +31,11 @@ constexpr Line kLines[] = {
     {270, false, true},  // serializer lock
 };
 
+QString lineFolder(int line)
+{
+    return QStringLiteral("/sys/class/gpio/gpio%1").arg(line);
+}
+
 bool putByte(int fd, char byte, off_t offset)
 {
     return pwrite(fd, &byte, 1, offset) == 1;
@@ -70,7 +75,7 @@ bool GpioTree::build(QString *error)
 
 bool GpioTree::buildLine(int line, bool isOutput, bool level)
 {
-    const QString folder = QStringLiteral("/sys/class/gpio/gpio%1").arg(line);
+    const QString folder = lineFolder(line);
     const QString value = folder + QStringLiteral("/value");
     if (!QDir().mkpath(folder) || !writeFile(value, level ? "1\n" : "0\n") ||
         !writeFile(folder + QStringLiteral("/direction"), isOutput ? "out\n" : "in\n"))
@@ -98,6 +103,13 @@ void GpioTree::resetOutputs()
 void GpioTree::setLine(int line, bool level)
 {
     putByte(mValueFds.value(line, -1), level ? '1' : '0', 0);
+}
+
+void GpioTree::setExported(int line, bool exported)
+{
+    const QString folder = lineFolder(line);
+    const QString aside = folder + QStringLiteral("-unexported");
+    QDir().rename(exported ? aside : folder, exported ? folder : aside);
 }
 
 void GpioTree::handleWrite(int watch)

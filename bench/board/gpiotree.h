@@ -26,6 +26,9 @@ public:
     /// Drives a line from outside the controller.
     void setLine(int line, bool level);
 
+    /// False takes the line's folder away, as if it were not exported. It keeps its level.
+    void setExported(int line, bool exported);
+
 Q_SIGNALS:
     /// The controller has written @p level, the same as before or not.
     void written(int line, bool level);

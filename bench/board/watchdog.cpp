@@ -55,7 +55,7 @@ bool Watchdog::build(QString *error)
 void Watchdog::reset()
 {
     char rest[256];
-    while (read(mFd, rest, sizeof rest) > 0) {
+    while (mFd >= 0 && read(mFd, rest, sizeof rest) > 0) {
     }
     mCountdown.stop();
     mIsOpen = false;
@@ -76,6 +76,8 @@ void Watchdog::handleOpened()
 void Watchdog::drain()
 {
     mFileWatch->drain(); // an opening comes before its bytes
+    if (mFd < 0)
+        return;
     char bytes[256];
     ssize_t size = 0;
     while ((size = read(mFd, bytes, sizeof bytes)) > 0) {

@@ -18,7 +18,7 @@ public:
     explicit Watchdog(FileWatch *watch, QObject *parent = nullptr);
     ~Watchdog() override;
 
-    /// Makes the device. False with the reason in @p error.
+    /// Makes the device, which a board need not have. False with the reason in @p error.
     bool build(QString *error);
 
     /// Stopped and closed, as after power-on. Only for when no controller runs.
