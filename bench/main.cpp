@@ -98,7 +98,7 @@ int playInside(const QStringList &arguments)
         log.open(logDescriptor, QIODevice::WriteOnly | QIODevice::Unbuffered);
 
     QTextStream out(stdout);
-    Board board({sandbox::controllerPath(), drive.rendererFromStart});
+    Board board({sandbox::controllerPath(), drive.rendererFromStart, drive.hasWatchdog});
     if (!board.build(&wrong))
         return complain(kNoBoard, wrong);
     Player player(board, drive, arguments[1].toDouble(), out, isatty(STDOUT_FILENO) == 1,

@@ -103,6 +103,11 @@ private:
             parseWords(QString::fromUtf8(words, static_cast<int>(end - words)), &statement);
         if (!wrong.isEmpty())
             return wrong;
+        if (statement.verb == Verb::OmitWatchdog) {
+            if (statement.atUs != 0 || !mDrive->frames.empty())
+                return QStringLiteral("a board is without watchdog from 0 on, before any frame");
+            mDrive->hasWatchdog = false;
+        }
         statement.line = number;
         noteRenderer(statement);
         mDrive->statements.push_back(statement);

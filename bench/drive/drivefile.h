@@ -24,6 +24,7 @@ struct Drive
     uint64_t skipped = 0;              ///< CAN FD and remote frames of the chosen channel
     uint64_t elsewhere = 0;            ///< frames of other channels
     bool rendererFromStart = true;     ///< false if the drive's first word to it is `start`
+    bool hasWatchdog = true;
 
     int64_t timeOf(const BusFrame &frame) const { return frame.stampUs - startUs; }
 };

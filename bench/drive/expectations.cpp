@@ -29,6 +29,7 @@ QString wordOf(Fact::Kind kind)
     case Fact::Kind::Command:
     case Fact::Kind::Log:
     case Fact::Kind::Renderer:
+    case Fact::Kind::Input:
         break;
     }
     return {};
@@ -107,9 +108,12 @@ void Expectations::takeState(const Fact &fact)
 {
     if (fact.kind == Fact::Kind::Bus && fact.value == QLatin1String("connected"))
         return;
-    if (fact.kind == Fact::Kind::Power && fact.value == QLatin1String("on")) {
+    const QString powerOff = wordOf(Fact::Kind::Power) + QStringLiteral(" off");
+    if (fact.kind == Fact::Kind::Power) {
+        const QString why = fact.value == QLatin1String("off") ? fact.subject : mStates[powerOff];
         mStates.clear();
         mStates[wordOf(Fact::Kind::Picture)] = QStringLiteral("PVM");
+        mStates[powerOff] = why;
     }
     const QString word = wordOf(fact.kind);
     if (fact.kind == Fact::Kind::Gpio || fact.kind == Fact::Kind::Record)
@@ -140,8 +144,11 @@ void Expectations::advance(int64_t nowUs)
 bool Expectations::isAwaited(Fact::Kind kind, const QString &value) const
 {
     return std::any_of(mWaiting.begin(), mWaiting.end(), [&](const Expectation &e) {
-        return e.statement.verb == Verb::ExpectState && e.statement.limit == Limit::Within &&
-               stateKey(e.statement) == wordOf(kind) && wantedState(e.statement) == value;
+        if (e.statement.verb != Verb::ExpectState || e.statement.limit != Limit::Within)
+            return false;
+        const QString key = stateKey(e.statement);
+        return key == wordOf(kind) ? wantedState(e.statement) == value
+                                   : key == wordOf(kind) + QLatin1Char(' ') + value;
     });
 }
 

@@ -70,16 +70,18 @@ void Timeline::note(int64_t us, const QString &what, const QString &text, bool i
 
 void Timeline::take(const Fact &fact, int64_t us)
 {
+    const QString span = mTickCounts.take(fact, us);
     switch (fact.kind) {
     case Fact::Kind::Command:
-        takeCommand(fact.subject, us);
+        takeCommand(fact.subject, span, us);
         break;
     case Fact::Kind::Picture:
         takePicture(fact.value, us);
         break;
     case Fact::Kind::Gpio:
         note(us, QStringLiteral("gpio"),
-             QStringLiteral("%1 (%2) = %3").arg(lineName(fact.subject), fact.subject, fact.value));
+             QStringLiteral("%1 (%2) = %3%4")
+                 .arg(lineName(fact.subject), fact.subject, fact.value, span));
         break;
     case Fact::Kind::Watchdog:
         takeWatchdog(fact.value, us);
@@ -102,7 +104,12 @@ void Timeline::take(const Fact &fact, int64_t us)
         if (fact.value == QLatin1String("on"))
             takePicture(QStringLiteral("PVM"), us);
         break;
+    case Fact::Kind::Input:
+        note(us, QStringLiteral("input"), fact.subject + QLatin1Char(' ') + fact.value);
+        break;
     case Fact::Kind::Log:
+        if (!span.isEmpty())
+            note(us, QStringLiteral("log"), fact.subject + span);
         break;
     }
 }
@@ -120,7 +127,7 @@ void Timeline::advance(int64_t us)
     }
 }
 
-void Timeline::takeCommand(const QString &command, int64_t us)
+void Timeline::takeCommand(const QString &command, const QString &span, int64_t us)
 {
     if (us >= 0)
         ++mCommands;
@@ -129,7 +136,7 @@ void Timeline::takeCommand(const QString &command, int64_t us)
         what = QStringLiteral("clock");
     else if (command.startsWith(QLatin1String("/etc/")))
         what = QStringLiteral("script");
-    note(us, what, command);
+    note(us, what, command + span);
 }
 
 void Timeline::takePicture(const QString &picture, int64_t us)

@@ -2,6 +2,7 @@
 
 #include "bench/board/board.h"
 #include "bench/board/fact.h"
+#include "bench/drive/tickcounts.h"
 
 #include <QMap>
 #include <QString>
@@ -43,7 +44,7 @@ public:
     void summarise(const Totals &totals);
 
 private:
-    void takeCommand(const QString &command, int64_t us);
+    void takeCommand(const QString &command, const QString &span, int64_t us);
     void takePicture(const QString &picture, int64_t us);
     void takeWatchdog(const QString &value, int64_t us);
     void takeRecord(const QString &field, const QString &value, int64_t us);
@@ -56,6 +57,7 @@ private:
     const double mSpeed;
     const bool mIsColoured;
 
+    TickCounts mTickCounts;
     QString mPicture;
     int64_t mPictureSinceUs = 0;
     QMap<QString, int64_t> mShownUs; ///< real time per picture

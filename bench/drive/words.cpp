@@ -20,6 +20,19 @@ const Row kRows[] = {
     {Verb::SetRendererFlag, "renderer heartbeat|turn-switch|initialised|slog on|off",
      "what the renderer tells the controller"},
     {Verb::SetBus, "bus up|down", "the CAN interface goes down or comes back"},
+    {Verb::SetSwitch, "switch press|release", "the switch on the board; released at first"},
+    {Verb::SetSwitch, "switch click SECONDS", "presses it and releases it that much later"},
+    {Verb::BounceSwitch, "switch bounce SECONDS",
+     "its line flips every few milliseconds and ends as it was"},
+    {Verb::SetLine, "acc on|off", "the ACC line; off at first"},
+    {Verb::SetLine, "lock deserializer|serializer on|off",
+     "a lock line: the head unit's link, the screen's link; on at first"},
+    {Verb::SetReadable, "line switch|acc|deserializer-lock|serializer-lock unreadable|readable",
+     "whether the line's value file can be opened"},
+    {Verb::SetScripts, "script slow SECONDS", "the board's scripts end that much later"},
+    {Verb::SetScripts, "script failing|normal",
+     "they end with an error and route nothing; or at once"},
+    {Verb::OmitWatchdog, "board without watchdog", "only at 0, before the first frame"},
     {Verb::End, "end", "the drive goes on until here"},
     {Verb::ExpectState, "expect picture PVM|DA [within SECONDS | for SECONDS]",
      "the picture that is routed"},
@@ -47,6 +60,8 @@ const Row kRows[] = {
      "the CAN interface's state"},
     {Verb::ExpectState, "expect power on|off [within SECONDS | for SECONDS]",
      "the board's power; `off` that is not expected ends the drive"},
+    {Verb::ExpectState, "expect power off \"TEXT\" within SECONDS",
+     "and why: \"reboot\" or \"watchdog\""},
 };
 
 struct Word

@@ -11,6 +11,12 @@ enum class Verb {
     KillRenderer,
     SetRendererFlag,
     SetBus,
+    SetSwitch,
+    BounceSwitch,
+    SetLine,     ///< the ACC and lock inputs
+    SetReadable, ///< whether an input's file can be opened
+    SetScripts,
+    OmitWatchdog,
     End,
     ExpectState, ///< the last value of a subject: picture, gpio, record, bus, power, watchdog
     ExpectEvent, ///< a command or a log line has come
