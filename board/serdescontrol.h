@@ -32,7 +32,8 @@ public:
     void handle_gmsl_switchto_DA();
     void handle_gmsl_switch_openbacklight(); ///< one tick of the backlight countdown
 
-    /// True pulls the chip's power-down line low for a number of ticks, false releases it.
+    /// True pulls the chip's power-down line low; the monitor releases it 20 (deserializer) or 30
+    /// (serializer) ticks later. False releases it at once and leaves that countdown running.
     void Reset_DeserPwdn(bool reset);
     void Reset_SerPwdn(bool reset);
 
@@ -50,13 +51,14 @@ public:
     void switchVideoSource(bool serdes);
     void Delay_MSec(unsigned int ms); ///< processes events while it waits
 
-    /// What @p command wrote to standard output, less its last character; "error" when it could
-    /// not be started. Blocks until the command ends.
+    /// What @p command wrote to standard output, less its last character; "error" when no shell
+    /// could be started for it. Blocks until the command ends.
     QString exec_shell(const char *command);
 
     /// Reads @p length bytes of the serializer from register (@p regHigh, @p regLow) on into
     /// @p out, with i2ctransfer. When another number of values comes back, logs it and leaves
-    /// @p out alone; a value that is no number reads as 0.
+    /// @p out alone. A value that is no number reads as 0; so does the one byte of a read that
+    /// failed, since no output counts as one empty value.
     void Read_iic_from_ser(unsigned char regHigh, unsigned char regLow, unsigned char *out,
                            unsigned char length);
 

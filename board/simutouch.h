@@ -7,9 +7,9 @@
 /**
  * A virtual multi-touch screen "SimuTouchScreen" of 1920 by 720 points, made through /dev/uinput.
  *
- * The controller makes none; it is there for whoever wants to touch the screen from a program. Only
- * a missing /dev/uinput ends the set-up, which then leaves an object whose touchemit() fails; any
- * other failure is logged with the kernel's words and the set-up goes on.
+ * The controller makes none; it is there for whoever wants to touch the screen from a program. When
+ * /dev/uinput cannot be opened, the set-up ends there and touchemit() fails; any other failure is
+ * logged and the set-up goes on.
  */
 class simutouch : public QObject
 {

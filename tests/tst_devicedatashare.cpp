@@ -1,7 +1,6 @@
 #include "devicedata/devicedatashare.h"
 #include "tests/seam/effects.h"
 
-#include <QRandomGenerator>
 #include <QtTest>
 
 class TestDeviceDataShare : public QObject
@@ -13,7 +12,6 @@ private Q_SLOTS:
     void changeDetectionByByte();
     void bitFields_data();
     void bitFields();
-    void randomFieldsComeBack();
 };
 
 // Every byte of the record is flipped by itself: fields count, padding does not.
@@ -75,24 +73,6 @@ void TestDeviceDataShare::bitFields()
                               : setBits(data, startBit, bitCount, value),
              result);
     QCOMPARE(effects::take().join(','), logged);
-}
-
-void TestDeviceDataShare::randomFieldsComeBack()
-{
-    const quint32 seed = QRandomGenerator::global()->generate();
-    qInfo("seed %u", seed);
-    QRandomGenerator random(seed);
-    for (int i = 0; i < 20000; ++i) {
-        const int data = static_cast<int>(random.generate());
-        const int start = random.bounded(32);
-        const int count = 1 + random.bounded(32 - start);
-        const int value = static_cast<int>(
-            random.generate() & (count == 32 ? 0x7FFFFFFFU : (1U << count) - 1U) & 0x7FFFFFFFU);
-        const int changed = setBits(data, start, count, value);
-        QCOMPARE(getBits(changed, start, count), value);
-        // Every other bit is as it was.
-        QCOMPARE(setBits(changed, start, count, 0), setBits(data, start, count, 0));
-    }
 }
 
 QTEST_GUILESS_MAIN(TestDeviceDataShare)

@@ -4,6 +4,7 @@
 #include "devicedata/devicedatasmanager.h"
 #include "devicedata/sharedmemorycontrol.h"
 #include "tests/seam/effects.h"
+#include "tests/seam/stories.h"
 
 #include <QProcess>
 #include <QSharedMemory>
@@ -34,10 +35,9 @@ public:
     {
         return QByteArray(static_cast<const char *>(mMemory.constData()), size());
     }
-    /// The last four bytes, from the front: run count, turn switch, initialised, slog.
-    void setFlag(int index, int value)
+    void setByte(int index, int value)
     {
-        static_cast<char *>(mMemory.data())[size() - 4 + index] = static_cast<char>(value);
+        static_cast<char *>(mMemory.data())[index] = static_cast<char>(value);
     }
 
 private:
@@ -62,12 +62,10 @@ public:
 
     ~Link() { delete control; }
 
-    QStringList exchange(int count = 1, const char *slot = "on_runTimerOut")
+    void exchange(int count = 1, const char *slot = "on_runTimerOut") const
     {
-        effects::take();
         for (int i = 0; i < count; ++i)
             QMetaObject::invokeMethod(control, slot, Qt::BlockingQueuedConnection);
-        return effects::take();
     }
 
     SharedMemoryControl *control;
@@ -104,133 +102,76 @@ class TestSharedMemoryControl : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        effects::reset();
-        effects::recordTimers(true);
-        DeviceDatasManager::self();
-        effects::take();
-    }
-    void fresh();
-    void flags();
-    void heartbeat();
-    void slog();
+    void init();
+    void story_data() { stories::load(QFINDTESTDATA("stories/link.stories")); }
+    void story();
     void leftover();
-    void largeStranger();
-    void flagsOnlyStranger();
-    void smallStranger();
     void deletedOnItsOwnThread();
     void lockedSegment();
     void killedRenderer();
-    void peer();
-    void runCountWraps();
 
 public:
     QString rendererProgram;
     QString ownProgram;
 };
 
-void TestSharedMemoryControl::fresh()
+void TestSharedMemoryControl::init()
 {
-    Link link(true);
-    QCOMPARE(effects::take(), (QStringList{"log sharedMemory ShareMemInitOK ", "timer 1000"}));
-    link.exchange();
-    Segment segment;
-    QVERIFY(segment.attach());
-    QCOMPARE(segment.bytes(), kFresh + QByteArray(36, 0));
-    DeviceDatasManager::self()->setGear(2);
-    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), (QStringList{"timer stop", "timer 1000"}));
-    QCOMPARE(segment.bytes().at(18), char(2));
-    // The eleventh exchange finds the run count unchanged for the tenth time, once for all.
-    QCOMPARE(link.exchange(8), QStringList());
-    QCOMPARE(link.exchange(), QStringList{"stopped"});
-    QCOMPARE(link.exchange(40), QStringList());
-    QPointer<QThread> thread = link.control->thread();
-    QCOMPARE(thread->objectName(), QString("ShareMemThread"));
-    delete link.control;
-    link.control = nullptr;
-    QCOMPARE(effects::take(), QStringList{"log ~SharedMemoryControl"});
-    QVERIFY(thread.isNull());
+    effects::reset();
+    effects::recordTimers(true);
+    DeviceDatasManager::self();
+    effects::take();
 }
 
-void TestSharedMemoryControl::flags()
+void TestSharedMemoryControl::story()
 {
-    Link link(true);
-    link.exchange();
+    std::unique_ptr<Link> link;
     Segment segment;
-    QVERIFY(segment.attach());
-    const QString turn = "log ====  setIsTurnSwitchEnable  isTurnSwitchEnable  ";
-    const QString inited = "log ====  setIsAVMInited  isAVMInited  ";
-    const struct
-    {
-        int turnSwitch, avmInited;
-        QStringList seen;
-    } rows[] = {{2, 0xFF, {}},
-                {1, 0, {turn + "true", "turn switch"}},
-                {1, 1, {inited + "true", "initialised"}},
-                {1, 1, {}},
-                {0, 2, {inited + "false", turn + "false", "turn switch"}},
-                {1, 1, {inited + "true", turn + "true", "initialised", "turn switch"}},
-                {0xFF, 1, {turn + "false", "turn switch"}}};
-    int beat = 1;
-    for (const auto &row : rows) {
-        segment.setFlag(0, beat++);
-        segment.setFlag(1, row.turnSwitch);
-        segment.setFlag(2, row.avmInited);
-        QCOMPARE(link.exchange(), row.seen);
-        QCOMPARE(link.control->getIsTurnSwitchEnable(), row.turnSwitch == 1);
-        QCOMPARE(link.control->getIsAVMInited(), row.avmInited == 1);
-    }
-}
-
-void TestSharedMemoryControl::heartbeat()
-{
-    Link link(true);
-    link.exchange();
-    Segment segment;
-    QVERIFY(segment.attach());
-    for (const int count : {5, 6, 254, 255, 0}) {
-        segment.setFlag(0, count);
-        QCOMPARE(link.exchange(10), QStringList());
-        QCOMPARE(link.control->getAVMRunCount(), count);
-    }
-    QCOMPARE(link.exchange(), QStringList{"stopped"});
-    segment.setFlag(0, 7);
-    QCOMPARE(link.exchange(), QStringList{"runs"});
-    QCOMPARE(link.exchange(9), QStringList());
-    QCOMPARE(link.exchange(), QStringList{"stopped"});
-}
-
-void TestSharedMemoryControl::slog()
-{
-    Link link(true);
-    link.exchange();
-    Segment segment;
-    QVERIFY(segment.attach());
-    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), (QStringList{"timer stop", "timer 1000"}));
-    segment.setFlag(3, 1);
-    const auto dump = [](const QByteArray &bytes) {
-        return QStringLiteral("log Send  size  %1 \" %2 \"")
-            .arg(bytes.size())
-            .arg(QString::fromLatin1(bytes.toHex(' ')).replace(' ', "  "));
-    };
-    QCOMPARE(link.exchange(), QStringList{dump(segment.bytes())});
-    segment.setFlag(0, 200);
-    QCOMPARE(link.exchange(), QStringList{dump(segment.bytes())});
-    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"),
-             (QStringList{"timer stop", dump(kFresh), "timer 1000"}));
-    segment.setFlag(1, 1);
-    segment.setFlag(2, 1);
-    QCOMPARE(link.exchange(),
-             (QStringList{"log ====  setIsAVMInited  isAVMInited  true", dump(segment.bytes()),
-                          "log ====  setIsTurnSwitchEnable  isTurnSwitchEnable  true",
-                          "initialised", "turn switch"}));
-    segment.setFlag(3, 2);
-    QCOMPARE(link.exchange(), QStringList());
-    link.control->setIsSlogEnable(true);
-    char none = 0;
-    link.control->logCharArray(&none, 0);
-    QCOMPARE(effects::take(), QStringList{"log Send  size  0 \"\""});
+    stories::play([&](const QStringList &words) {
+        const QString &verb = words[0];
+        const int value = words.value(1).toInt();
+        if (verb == "link")
+            link = std::make_unique<Link>(words[1] == "creator");
+        else if (verb == "end")
+            link.reset();
+        else if (verb == "exchange")
+            link->exchange(words.value(1, "1").toInt());
+        else if (verb == "changed")
+            link->exchange(1, "on_DeviceDataChanged");
+        else if (verb == "stranger")
+            QVERIFY(segment.create(value));
+        else if (verb == "attach")
+            QVERIFY(segment.attach());
+        else if (verb == "byte")
+            segment.setByte(value, words[2].toInt(nullptr, 16));
+        else if (verb == "bytes")
+            effects::add(segment.bytes().toHex());
+        else if (verb == "gear")
+            DeviceDatasManager::self()->setGear(static_cast<char>(value));
+        else if (verb == "record")
+            effects::add(QString::number(DeviceDatasManager::self()->deviceData().gear));
+        else if (verb == "flags")
+            effects::add(QStringLiteral("%1 %2 %3 %4")
+                             .arg(link->control->getAVMRunCount())
+                             .arg(link->control->getIsTurnSwitchEnable())
+                             .arg(link->control->getIsAVMInited())
+                             .arg(link->control->getIsSlogEnable()));
+        else if (verb == "run-count")
+            link->control->setAVMRunCount(value);
+        else if (verb == "turn-switch")
+            link->control->setIsTurnSwitchEnable(value == 1);
+        else if (verb == "initialised")
+            link->control->setIsAVMInited(value == 1);
+        else if (verb == "slog")
+            link->control->setIsSlogEnable(value == 1);
+        else if (verb == "dump-nothing")
+            link->control->logCharArray(nullptr, value);
+        else if (verb == "beat")
+            for (int i = 0; i < value; ++i)
+                link->control->updatemAVMRunCount();
+        else
+            QFAIL("no such step");
+    });
 }
 
 // A controller that was killed has left its segment behind; the renderer is still attached.
@@ -243,51 +184,16 @@ void TestSharedMemoryControl::leftover()
     QVERIFY(segment.attach());
     controller.kill();
     QVERIFY(controller.waitForFinished(10000));
-    segment.setFlag(2, 1);
+    segment.setByte(62, 1);
     effects::take();
     Link link(true);
     const QStringList lines = effects::take();
     QVERIFY2(lines.first().startsWith("log sharedMemory error create \""),
              qPrintable(lines.first()));
     QCOMPARE(lines.at(1), QString("log sharedMemory ShareMemInitOK "));
-    QCOMPARE(link.exchange(), QStringList());
+    link.exchange();
+    QCOMPARE(effects::take(), QStringList());
     QCOMPARE(segment.bytes(), kFresh + QByteArray(36, 0));
-}
-
-void TestSharedMemoryControl::largeStranger()
-{
-    Segment segment;
-    QVERIFY(segment.create(128));
-    Link link(true);
-    link.exchange();
-    QCOMPARE(segment.bytes(), kFresh + QByteArray(100, 0));
-    segment.setFlag(2, 1);
-    QVERIFY(link.exchange().contains("initialised"));
-}
-
-// Too small for the record, large enough for the flags.
-void TestSharedMemoryControl::flagsOnlyStranger()
-{
-    Segment segment;
-    QVERIFY(segment.create(27));
-    Link link(true);
-    link.exchange();
-    segment.setFlag(2, 1);
-    QVERIFY(link.exchange().contains("initialised"));
-    QCOMPARE(segment.bytes(), QByteArray(25, 0) + QByteArray::fromHex("0100"));
-}
-
-void TestSharedMemoryControl::smallStranger()
-{
-    Segment segment;
-    QVERIFY(segment.create(2));
-    Link link(true);
-    QCOMPARE(link.exchange(9), QStringList());
-    QCOMPARE(link.exchange(5), QStringList{"stopped"});
-    QCOMPARE(segment.bytes(), QByteArray(segment.size(), 0));
-    Link peerLink(false);
-    QCOMPARE(peerLink.exchange(), QStringList{"log too small shareSize  2"});
-    QCOMPARE(segment.bytes(), QByteArray(2, 0));
 }
 
 void TestSharedMemoryControl::deletedOnItsOwnThread()
@@ -332,52 +238,6 @@ void TestSharedMemoryControl::killedRenderer()
     Segment segment;
     QVERIFY(segment.attach());
     QCOMPARE(segment.bytes().at(18), char(4));
-}
-
-void TestSharedMemoryControl::peer()
-{
-    Link link(false);
-    QVERIFY(link.control->getIsTurnSwitchEnable());
-    QVERIFY(effects::take().contains("timer 100"));
-    for (int failure = 1; failure <= 41; ++failure) {
-        const QStringList lines = link.exchange();
-        QCOMPARE(lines.size(), failure % 20 == 1 ? 1 : 0);
-        QVERIFY(lines.isEmpty() || lines.first().startsWith("log sharedMemory error attach \""));
-    }
-    Segment segment;
-    QVERIFY(segment.create(64));
-    QSignalSpy spy(DeviceDatasManager::self().data(), SIGNAL(deviceDataChangedSignal()));
-    link.control->setIsTurnSwitchEnable(false);
-    link.control->setIsAVMInited(true);
-    link.control->setAVMRunCount(0x1FE);
-    QCOMPARE(effects::take(), QStringList{"log ====  setIsAVMInited  isAVMInited  true"});
-    // An empty segment is a record too.
-    QCOMPARE(link.exchange(2), QStringList());
-    QCOMPARE(segment.bytes(), QByteArray(60, 0) + QByteArray::fromHex("fe000100"));
-    QCOMPARE(spy.size(), 1);
-    link.control->setIsSlogEnable(true);
-    QSharedMemory writer("PvmSharedMemory5");
-    QVERIFY(writer.attach());
-    static_cast<char *>(writer.data())[18] = 2;
-    const QStringList lines = link.exchange();
-    QCOMPARE(lines.size(), 1);
-    QVERIFY2(lines.first().startsWith("log  Rvc  size  28 \" 00  00 "), qPrintable(lines.first()));
-    QCOMPARE(segment.bytes().right(4), QByteArray::fromHex("fe000101"));
-    QCOMPARE(link.exchange(1, "on_DeviceDataChanged"), (QStringList{"timer stop", "timer 1000"}));
-    QCOMPARE(DeviceDatasManager::self()->deviceData().gear, char(2));
-}
-
-void TestSharedMemoryControl::runCountWraps()
-{
-    Link link(false);
-    for (int round = 0; round < 2; ++round) {
-        for (int count = 2; count <= 254; ++count) {
-            link.control->updatemAVMRunCount();
-            QCOMPARE(link.control->getAVMRunCount(), count);
-        }
-        link.control->updatemAVMRunCount();
-        QCOMPARE(link.control->getAVMRunCount(), 1);
-    }
 }
 
 int main(int argc, char *argv[])

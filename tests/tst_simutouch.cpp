@@ -89,7 +89,9 @@ void TestSimuTouch::setUp()
             effects::add(QStringLiteral("log not request %1").arg(next));
         if (request == UI_GET_VERSION)
             *static_cast<unsigned int *>(argument) = 5;
-        return fails(next++) ? -1 : 0;
+        // Anything but 0 is a failure, save for the creation, where only -1 is.
+        const bool isCreation = request == UI_DEV_CREATE;
+        return fails(next++) ? (isCreation ? -1 : 1) : (isCreation ? 7 : 0);
     };
     effects::onWrite = [&](const QByteArray &bytes) {
         written << bytes;
@@ -116,8 +118,8 @@ void TestSimuTouch::setUp()
              expected);
     QCOMPARE(written, QList<QByteArray>{description()});
 
-    touch->touchemit(0x10003, 0x35, -100);
-    QCOMPARE(written.last().toHex(), QByteArray(32, '0') + "030035009cffffff");
+    touch->touchemit(0x10003, 0x35, 0x12345678);
+    QCOMPARE(written.last().toHex(), QByteArray(32, '0') + "0300350078563412");
     QCOMPARE(effects::take().filter("log "),
              fails(-1) ? QStringList{"log Write SimuTouch Data Fail."} : QStringList());
     touch.reset();

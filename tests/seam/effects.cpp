@@ -171,7 +171,7 @@ int __wrap_ioctl(int fd, unsigned long request, ...)
     va_start(rest, request);
     void *argument = va_arg(rest, void *);
     va_end(rest);
-    if (!gOpen.contains(fd))
+    if (!gOpen.contains(fd) && fd >= 0)
         return __real_ioctl(fd, request, argument);
     effects::add(QStringLiteral("ioctl 0x%1").arg(request, 0, 16));
     errno = EINVAL;
@@ -184,9 +184,10 @@ int __wrap_system(const char *command)
     return 0;
 }
 
-FILE *__wrap_popen(const char *command, const char *)
+FILE *__wrap_popen(const char *command, const char *mode)
 {
-    effects::add(QLatin1String("popen ") + QLatin1String(command));
+    effects::add(QLatin1String(*mode == 'r' ? "popen " : "popen for writing ") +
+                 QLatin1String(command));
     if (effects::popenOutput.isNull())
         return nullptr;
     FILE *stream = tmpfile();
