@@ -3,6 +3,7 @@
 #include "bench/drive/words.h"
 
 #include <algorithm>
+#include <sys/resource.h>
 
 namespace {
 
@@ -39,6 +40,16 @@ QString lineName(const QString &number)
 QString fixed(double value, int digits)
 {
     return QString::number(value, 'f', digits);
+}
+
+QString ratio(double value, double yardstick)
+{
+    return yardstick > 0 ? fixed(value / yardstick, 1) : QStringLiteral("?");
+}
+
+double secondsOf(const timeval &time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
 } // namespace
@@ -236,15 +247,22 @@ void Timeline::summarise(const Totals &totals)
     figure(QStringLiteral("switches"), QString::number(mSwitches));
     figure(QStringLiteral("commands run"), QString::number(mCommands));
     figure(QStringLiteral("watchdog feeds"), QString::number(figures.watchdogFeeds));
+    // Machines differ: what the bench itself took for the same drive is the yardstick.
+    rusage bench = {};
+    getrusage(RUSAGE_SELF, &bench);
     if (figures.peakMemoryKiB >= 0)
         figure(QStringLiteral("controller's memory"),
-               QStringLiteral("%1 MiB at most")
-                   .arg(fixed(static_cast<double>(figures.peakMemoryKiB) / 1024, 1)));
+               QStringLiteral("%1 MiB at most, %2 times the bench's")
+                   .arg(fixed(static_cast<double>(figures.peakMemoryKiB) / 1024, 1),
+                        ratio(static_cast<double>(figures.peakMemoryKiB),
+                              static_cast<double>(bench.ru_maxrss))));
     if (figures.cpuSeconds >= 0)
         figure(QStringLiteral("controller's CPU time"),
-               QStringLiteral("%1 s (%2 % of the %3 s played)")
+               QStringLiteral("%1 s (%2 % of the %3 s played), %4 times the bench's")
                    .arg(fixed(figures.cpuSeconds, 2), fixed(100 * figures.cpuSeconds / played, 1),
-                        fixed(played, 1)));
+                        fixed(played, 1),
+                        ratio(figures.cpuSeconds,
+                              secondsOf(bench.ru_utime) + secondsOf(bench.ru_stime))));
     QString expectations = QStringLiteral("%1 held, %2 failed").arg(totals.held).arg(totals.failed);
     if (totals.notReached)
         expectations += QStringLiteral(", %1 not reached").arg(totals.notReached);
