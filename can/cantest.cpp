@@ -202,11 +202,7 @@ void CanTest::decodeRadar3E5(const QByteArray &payload)
     group = addRadarLevel(group, 0, payload, 5, 3);
     group = addRadarLevel(group, 4, payload, 3, 3);
     group = addRadarLevel(group, 8, payload, 4, 3);
-    const auto levels = static_cast<quint64>(group);
-    if ((mRadarStatus & 0x00000FFFU) == levels)
-        return;
-    mRadarStatus = (mRadarStatus & 0xFFFFF000U) + levels;
-    Q_EMIT canTestDataChangedSignal(CAN_SIG_RADAR);
+    storeRadarGroup(static_cast<quint32>(group), 0x00000FFFU);
 }
 
 void CanTest::decodeRadar3E6(const QByteArray &payload)
@@ -215,10 +211,15 @@ void CanTest::decodeRadar3E6(const QByteArray &payload)
     group = addRadarLevel(group, 12, payload, 4, 0);
     group = addRadarLevel(group, 16, payload, 2, 0);
     group = addRadarLevel(group, 20, payload, 3, 0);
-    const auto levels = static_cast<quint64>(group);
-    if ((mRadarStatus & 0x00FFF000U) == levels)
+    storeRadarGroup(static_cast<quint32>(group), 0x00FFF000U);
+}
+
+void CanTest::storeRadarGroup(quint32 levels, quint32 groupMask)
+{
+    if ((mRadarStatus & groupMask) == levels)
         return;
-    mRadarStatus = (mRadarStatus & 0xFF000FFFU) + levels;
+    // The 32-bit mask clears the upper half of the word too; bits 24 to 31 keep their ones.
+    mRadarStatus = (mRadarStatus & ~groupMask) + levels;
     Q_EMIT canTestDataChangedSignal(CAN_SIG_RADAR);
 }
 

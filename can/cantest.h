@@ -78,5 +78,6 @@ private:
     void decodeRadar3E6(const QByteArray &payload);
     void decodeDateTime(const QByteArray &payload, const QCanBusFrame &frame);
     void debounceGear(int gear, int limit);
+    void storeRadarGroup(quint32 levels, quint32 groupMask);
     void store(int &member, int value, unsigned char id);
 };

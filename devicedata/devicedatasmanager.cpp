@@ -45,40 +45,40 @@ DeviceData DeviceDatasManager::deviceData() const
     return mDeviceData;
 }
 
-void DeviceDatasManager::setGear(char gear)
+template <typename Field> void DeviceDatasManager::store(Field DeviceData::*field, Field value)
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mDeviceData.gear = gear;
+    mDeviceData.*field = value;
+}
+
+void DeviceDatasManager::setGear(char gear)
+{
+    store(&DeviceData::gear, gear);
 }
 
 void DeviceDatasManager::setRadar(int radar)
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mDeviceData.radar = radar;
+    store(&DeviceData::radar, radar);
 }
 
 void DeviceDatasManager::setSpeed(int speed)
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mDeviceData.speed = speed;
+    store(&DeviceData::speed, speed);
 }
 
 void DeviceDatasManager::setAngle(int angle)
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mDeviceData.angle = angle;
+    store(&DeviceData::angle, angle);
 }
 
 void DeviceDatasManager::setLightStatus(char lightStatus)
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mDeviceData.lightStatus = lightStatus;
+    store(&DeviceData::lightStatus, lightStatus);
 }
 
 void DeviceDatasManager::setKeyStaus(char keyStatus)
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mDeviceData.keyStatus = keyStatus;
+    store(&DeviceData::keyStatus, keyStatus);
 }
 
 void DeviceDatasManager::handleSendDataChanged()

@@ -59,6 +59,7 @@ public Q_SLOTS:
     void on_delayTimerOut();
 
 private:
+    template <typename Field> void store(Field DeviceData::*field, Field value);
     bool takeChange();
 
     DeviceData mDeviceData;
