@@ -23,7 +23,6 @@ private Q_SLOTS:
     void decision();
     void signal_data() { stories::load(QFINDTESTDATA("stories/signals.stories")); }
     void signal();
-    void radarDistance();
 };
 
 void TestPvmMain::init()
@@ -78,16 +77,6 @@ void TestPvmMain::signal()
 {
     Vehicle vehicle;
     stories::play([&vehicle](const QStringList &words) { vehicle.run(words); });
-}
-
-void TestPvmMain::radarDistance()
-{
-    Vehicle vehicle;
-    QList<int> levels;
-    for (int value = -1; value <= 12; ++value)
-        levels << vehicle.controller->newCalcRadarDistance(value);
-    QCOMPARE(levels, (QList<int>{0, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 0}));
-    QCOMPARE(vehicle.controller->newCalcRadarDistance(INT_MIN), 0);
 }
 
 QTEST_GUILESS_MAIN(TestPvmMain)

@@ -78,6 +78,8 @@ void Vehicle::run(const QStringList &words)
                          .arg(record.speed)
                          .arg(record.angle)
                          .arg(static_cast<quint32>(record.radar), 0, 16));
+    } else if (verb == "distance") {
+        effects::add(QString::number(controller->newCalcRadarDistance(value)));
     } else if (verb == "kept-angle") {
         effects::add(QString::number(can->mAngle));
     } else {
