@@ -216,7 +216,6 @@ void TestDecisionModel::randomEvents()
                      qPrintable(QStringLiteral("seed %1: %2").arg(seed).arg(story.join(", "))));
         }
     }
-    qInfo("%d events", played);
     QVERIFY(played >= 100000);
 }
 
