@@ -8,11 +8,13 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QTextStream>
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -47,13 +49,25 @@ int openLog(const QString &path)
     return open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
 }
 
+bool isSameFile(const QString &a, const QString &b)
+{
+    struct stat statA = {};
+    struct stat statB = {};
+    return stat(QFile::encodeName(a).constData(), &statA) == 0 &&
+           stat(QFile::encodeName(b).constData(), &statB) == 0 && statA.st_dev == statB.st_dev &&
+           statA.st_ino == statB.st_ino;
+}
+
 /// Everything that can be wrong with the input is found here, before anything starts.
 int play(const Options &options)
 {
     bool isNumber = false;
     const double speed = options.speed.toDouble(&isNumber);
-    if (!isNumber || !(speed > 0 && speed <= 100))
-        return complainOfUsage(QStringLiteral("--speed must be a number above 0 and up to 100"));
+    if (!isNumber || !(speed >= 0.01 && speed <= 100))
+        return complainOfUsage(QStringLiteral("--speed must be a number from 0.01 to 100"));
+    for (const QString &given : {options.drive, options.controller, options.channel})
+        if (given.isEmpty())
+            return complainOfUsage(QStringLiteral("an empty name is none"));
     sandbox::Setup setup;
     QString wrong = readDriveFile(options.drive, &setup.drive);
     Drive drive;
@@ -67,6 +81,8 @@ int play(const Options &options)
     if (!controller.isFile() || !controller.isExecutable())
         return complain(kNoBoard, options.controller +
                                       QStringLiteral(": the controller is not an executable file"));
+    if (isSameFile(options.log, options.drive))
+        return complain(kBadInput, options.log + QStringLiteral(": the log is the drive itself"));
     int log = -1;
     if (!options.log.isEmpty() && (log = openLog(options.log)) < 0)
         return complain(kBadInput, options.log + QStringLiteral(": ") +
@@ -138,7 +154,7 @@ int main(int argc, char *argv[])
                                  QStringLiteral("lists the words of the drive language"),
                                  QStringLiteral("| words"));
     const QCommandLineOption speed(QStringLiteral("speed"),
-                                   QStringLiteral("Drive seconds per real second, up to 100."),
+                                   QStringLiteral("Drive seconds per real second, 0.01 to 100."),
                                    QStringLiteral("X"), QStringLiteral("1"));
     const QCommandLineOption controller(
         QStringLiteral("controller"), QStringLiteral("The controller instead of the one beside."),
@@ -152,7 +168,8 @@ int main(int argc, char *argv[])
     parser.addOptions({help, speed, controller, log, channel});
 
     if (!parser.parse(QCoreApplication::arguments()))
-        return complainOfUsage(parser.errorText());
+        return complainOfUsage(
+            parser.errorText().remove(QRegularExpression(QStringLiteral("\\.$"))));
     if (parser.isSet(help))
         parser.showHelp(kHeld);
     if (parser.isSet(version))

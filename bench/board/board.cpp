@@ -96,7 +96,8 @@ public:
     int scriptMs = 0;             ///< before a script ends
     bool areScriptsFailing = false;
     quint64 takenAtCheck = 0; ///< frames, at the last look at the bus
-    int stalledChecks = 0;    ///< in a row without a frame taken while some waited
+    qint64 waitsAtCheck = 0;  ///< the controller's, at the last look at it
+    int stalledChecks = 0;    ///< in a row with waiting frames left alone, or with no sign of life
 };
 
 Board::Private::Private(Board *board, const Setup &givenSetup) : q(board), setup(givenSetup)
@@ -323,13 +324,17 @@ void Board::Private::checkStall()
 {
     const bool isReading = bus.waiting() == 0 || bus.taken() != takenAtCheck;
     takenAtCheck = bus.taken();
-    // A controller that waits for one of its commands cannot read the bus.
-    stalledChecks = isReading || commands.isCommandRunning() ? 0 : stalledChecks + 1;
+    const bool isAwake = controller.waits() != waitsAtCheck;
+    waitsAtCheck = controller.waits();
+    // A controller that waits for one of its commands does nothing else.
+    const bool isWell = (isReading && isAwake) || commands.isCommandRunning();
+    stalledChecks = isWell ? 0 : stalledChecks + 1;
     if (phase != Phase::Running || stalledChecks < kStallChecks)
         return;
     phase = Phase::Lost;
     stallTimer.stop();
-    Q_EMIT q->controllerLost(QStringLiteral("the controller has not read the bus for 5 s"));
+    Q_EMIT q->controllerLost(isAwake ? QStringLiteral("the controller has not read the bus for 5 s")
+                                     : QStringLiteral("the controller has stood still for 5 s"));
 }
 
 Board::Board(Setup setup, QObject *parent) : QObject(parent)
@@ -398,7 +403,9 @@ void Board::setScripts(int ms, bool isFailing)
     d->scriptMs = ms;
     d->areScriptsFailing = isFailing;
     d->report(Fact::Kind::Input, QStringLiteral("scripts"),
-              isFailing ? QStringLiteral("fail") : QStringLiteral("take %1 ms").arg(ms));
+              isFailing ? QStringLiteral("fail")
+              : ms == 0 ? QStringLiteral("normal")
+                        : QStringLiteral("take %1 ms").arg(ms));
 }
 
 bool Board::isBusQuiet() const

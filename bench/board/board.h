@@ -75,7 +75,8 @@ Q_SIGNALS:
     void happened(const Fact &fact);
     void ready();                            ///< can0 is up and connected, the renderer attached
     void startFailed(const QString &reason); ///< one line
-    /// Died, has not read the bus for 5 s, or rebooted before all was put away.
+    /// Died, has not read the bus or given a sign of life for 5 s, or rebooted before all was put
+    /// away.
     void controllerLost(const QString &reason);
 
 private:

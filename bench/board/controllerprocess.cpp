@@ -50,11 +50,12 @@ QByteArray processFile(qint64 pid, const char *name)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-qint64 peakMemoryKiBOf(qint64 pid)
+// The number behind a name of the status file, -1 without it.
+qint64 statusOf(qint64 pid, const QByteArray &name)
 {
     for (const QByteArray &line : processFile(pid, "status").split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong();
+        if (line.startsWith(name + ':'))
+            return line.mid(name.size() + 1).trimmed().split(' ').first().toLongLong();
     }
     return -1;
 }
@@ -163,8 +164,13 @@ void ControllerProcess::sample()
     const qint64 pid = mProcess.processId();
     if (pid == 0)
         return;
-    mPeakMemoryKiB = qMax(mPeakMemoryKiB, peakMemoryKiBOf(pid));
+    mPeakMemoryKiB = qMax(mPeakMemoryKiB, statusOf(pid, "VmHWM"));
     mCpuSeconds = qMax(mCpuSeconds, cpuSecondsOf(pid));
+}
+
+qint64 ControllerProcess::waits() const
+{
+    return statusOf(mProcess.processId(), "voluntary_ctxt_switches");
 }
 
 void ControllerProcess::endSampling()

@@ -26,6 +26,9 @@ public:
     QStringList lastLines(int count) const;
     void sample(); ///< reads memory and processor time of the running process
     qint64 peakMemoryKiB() const { return mPeakMemoryKiB; } ///< -1 before the first sample
+    /// How often the main thread has waited for something so far; a live one ticks every 10 ms.
+    qint64 waits() const;
+
     double cpuSeconds() const; ///< all lives together, -1 before the first sample
 
 Q_SIGNALS:

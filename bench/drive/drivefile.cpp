@@ -38,9 +38,11 @@ public:
     QString finish()
     {
         if (mDrive->frames.empty()) {
-            return QStringLiteral("no %1 of channel %2 (seen: %3)")
-                .arg(mDrive->skipped ? QStringLiteral("data frame") : QStringLiteral("frame"),
-                     QString::fromUtf8(mChannel),
+            if (mDrive->skipped)
+                return QStringLiteral("channel %1 has only CAN FD and remote frames")
+                    .arg(QString::fromUtf8(mChannel));
+            return QStringLiteral("no frame of channel %1 (seen: %2)")
+                .arg(QString::fromUtf8(mChannel),
                      mOthers.isEmpty() ? QStringLiteral("none") : mOthers.join(", "));
         }
         mDrive->endUs = mDrive->timeOf(mDrive->frames.back());
@@ -87,14 +89,16 @@ private:
         const QStringList start =
             QString::fromUtf8(begin, static_cast<int>(end - begin)).simplified().split(' ');
         if (start[0] != QLatin1String("at"))
-            return QStringLiteral("unknown word '%1'; a line begins with '(', '#' or 'at'")
+            return QStringLiteral("unknown word '%1'; a line begins with '(' (a frame as candump "
+                                  "-L writes it), '#' or 'at'")
                 .arg(printable(start[0]));
         if (start.size() < 2)
             return QStringLiteral("missing time after 'at'");
         const QByteArray time = start[1].toUtf8();
         Statement statement;
         if (!parseSeconds(time.constBegin(), time.constEnd(), &statement.atUs))
-            return QStringLiteral("'%1' is not a time in seconds").arg(printable(start[1]));
+            return QStringLiteral("'%1' is not a time in seconds, such as 2.5")
+                .arg(printable(start[1]));
         if (!mDrive->statements.empty() && statement.atUs < mDrive->statements.back().atUs)
             return QStringLiteral("time runs backwards");
         const char *const words =
@@ -167,5 +171,7 @@ QString parseDrive(const QByteArray &contents, const QString &name, const QStrin
         line = lineEnd + 1;
     }
     QString wrong = parser.finish();
-    return wrong.isEmpty() ? QString() : QStringLiteral("%1: %2").arg(name, wrong);
+    return wrong.isEmpty()
+               ? QString()
+               : QStringLiteral("%1:%2: %3").arg(name).arg(std::max(number, 1)).arg(wrong);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <linux/can.h>
 #include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
@@ -300,6 +301,9 @@ void Player::finish()
     totals.figures = mBoard.figures();
     totals.framesInLog = mDrive.frames.size() + mDrive.skipped;
     totals.framesSkipped = mDrive.skipped;
+    totals.errorFrames = static_cast<uint64_t>(
+        std::count_if(mDrive.frames.begin(), mDrive.frames.end(),
+                      [](const BusFrame &frame) { return (frame.id & CAN_ERR_FLAG) != 0; }));
     totals.endUs = nowUs();
     totals.worstLatenessUs = mWorstLatenessUs;
     totals.held = mExpectations.held();
@@ -310,7 +314,8 @@ void Player::finish()
     totals.notReached = static_cast<int>(asked) - totals.held - totals.failed;
     mTimeline.summarise(totals);
 
-    const bool isHeld = !mIsFailed && totals.failed == 0;
+    // Nobody may take a run for held whose report was lost.
+    const bool isHeld = !mIsFailed && totals.failed == 0 && mOut.status() == QTextStream::Ok;
     if (!isHeld) {
         mOut << "\nThe last lines of the controller's log:\n";
         for (const QString &line : mBoard.lastLogLines(kLogLinesShown))

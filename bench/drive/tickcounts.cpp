@@ -32,6 +32,9 @@ bool begins(const QString &text, const char *with)
 // Facts are told by how their texts begin.
 const std::array<TickCounts::Rule, TickCounts::kRules> TickCounts::kTable{{
     {nullptr, "switch released", "log ==== SWITCH HARZARD shortly clicked", 6, "7 readings"},
+    {nullptr, "acc ", "log GPIO ACC: ", 6, "7 readings"},
+    {nullptr, "deserializer-lock ", "log DESER LOCK Status", 6, "7 readings"},
+    {nullptr, "serializer-lock ", "log SER LOCK Status", 6, "7 readings"},
     {nullptr, "switch pressed", "gpio 260 = 0", 305, "7 readings and 299 ticks"},
     {nullptr, "gpio 229 = 0", "gpio 229 = 1", 19, "19 ticks"},
     {nullptr, "gpio 260 = 0", "gpio 260 = 1", 29, "29 ticks"},

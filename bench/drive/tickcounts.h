@@ -15,7 +15,7 @@ public:
     QString take(const Fact &fact, int64_t us);
 
 private:
-    static constexpr int kRules = 9;
+    static constexpr int kRules = 12;
 
     struct Rule
     {

@@ -192,7 +192,10 @@ void Timeline::takeRecord(const QString &field, const QString &value, int64_t us
         if (!isCrossing)
             return;
     }
-    mFields[field] = value;
+    const bool isSpeed = field == QLatin1String("speed");
+    mFields[field] = !isSpeed                   ? value
+                     : mLastSpeed > kSpeedLimit ? value + QStringLiteral(" (above the limit)")
+                                                : value + QStringLiteral(" (within the limit)");
     if (mIsRecordDue || field == QLatin1String("angle") || field == QLatin1String("radar"))
         return;
     mIsRecordDue = true;
@@ -233,13 +236,15 @@ void Timeline::summarise(const Totals &totals)
     const Board::Figures &figures = totals.figures;
     const double played = static_cast<double>(std::max<int64_t>(totals.endUs, 1)) / 1e6;
     mOut << '\n';
-    figure(QStringLiteral("frames"),
-           QStringLiteral("%1 in the log, %2 sent, %3 received, %4 lost, %5 skipped")
-               .arg(totals.framesInLog)
-               .arg(figures.framesSent)
-               .arg(figures.framesReceived)
-               .arg(figures.framesLost)
-               .arg(totals.framesSkipped));
+    figure(
+        QStringLiteral("frames"),
+        QStringLiteral("%1 in the log (%2 error frames), %3 sent, %4 received, %5 lost, %6 skipped")
+            .arg(totals.framesInLog)
+            .arg(totals.errorFrames)
+            .arg(figures.framesSent)
+            .arg(figures.framesReceived)
+            .arg(figures.framesLost)
+            .arg(totals.framesSkipped));
     figure(QStringLiteral("worst lateness"),
            fixed(static_cast<double>(totals.worstLatenessUs) / 1e3, 1) + QStringLiteral(" ms"));
     figure(QStringLiteral("pictures"),

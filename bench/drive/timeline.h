@@ -25,7 +25,8 @@ public:
         Board::Figures figures;
         uint64_t framesInLog = 0; ///< of the chosen channel
         uint64_t framesSkipped = 0;
-        int64_t endUs = 0; ///< real time since drive time 0
+        uint64_t errorFrames = 0; ///< of those in the log
+        int64_t endUs = 0;        ///< real time since drive time 0
         int64_t worstLatenessUs = 0;
         int held = 0;
         int failed = 0;

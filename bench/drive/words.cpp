@@ -51,7 +51,8 @@ const Row kRows[] = {
      ""},
     {Verb::ExpectState, "expect record key OFF|1|ON [within SECONDS | for SECONDS]", ""},
     {Verb::ExpectState, "expect record speed|angle NUMBER [within SECONDS | for SECONDS]", ""},
-    {Verb::ExpectState, "expect record radar HEX [within SECONDS | for SECONDS]", ""},
+    {Verb::ExpectState, "expect record radar HEX [within SECONDS | for SECONDS]",
+     "HEX: 8 digits in lower case"},
     {Verb::ExpectFed, "expect watchdog fed within SECONDS", "the controller feeds it"},
     {Verb::ExpectUnfed, "expect watchdog unfed for SECONDS", "the controller does not feed it"},
     {Verb::ExpectState, "expect watchdog opened|disarmed|closed|reset [within SECONDS]",
@@ -122,7 +123,7 @@ bool fits(const QString &element, const Word &word)
     static const QRegularExpression hex(QStringLiteral("\\A[0-9a-f]{8}\\z"));
     int64_t us = 0;
     if (element == QLatin1String("\"TEXT\"") || word.quoted)
-        return word.quoted && element == QLatin1String("\"TEXT\"");
+        return word.quoted && !word.text.isEmpty() && element == QLatin1String("\"TEXT\"");
     if (element == QLatin1String("SECONDS"))
         return isSeconds(word.text, &us);
     if (element == QLatin1String("NUMBER"))

@@ -36,7 +36,7 @@ private Q_SLOTS:
             {"(5.0) can0 413#00 X", "'X' behind the frame"},
             {"(5.0) can1 413#000", "odd number of hex digits in the data"},
             {"(0.999999) can0 413#00", "time stamp runs backwards"},
-            {"go home", "unknown word 'go'; a line begins with '(', '#' or 'at'"},
+            {"go home", "unknown word 'go'; a line begins with '('"},
             {"at", "missing time after 'at'"},
             {"at 1. end", "'1.' is not a time in seconds"},
             {"at 1x end", "'1x' is not a time in seconds"},
@@ -79,9 +79,9 @@ private Q_SLOTS:
     void missesTheChannel()
     {
         const char *const rows[][2] = {
-            {"", "d: no frame of channel can0 (seen: none)"},
-            {"(1.0) can1 413#\n", "d: no frame of channel can0 (seen: can1)"},
-            {"(1.0) can0 413#R\n", "d: no data frame of channel can0 (seen: none)"},
+            {"", "d:1: no frame of channel can0 (seen: none)"},
+            {"(1.0) can1 413#\n", "d:1: no frame of channel can0 (seen: can1)"},
+            {"(1.0) can0 413#R\n", "d:1: channel can0 has only CAN FD and remote frames"},
         };
         Drive drive;
         for (const auto &row : rows)
