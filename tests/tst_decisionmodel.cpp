@@ -178,7 +178,7 @@ static QString playEvent(QRandomGenerator &random, Model &model, Vehicle &vehicl
     const auto &event = events[random.bounded(events.size())];
     if (!model.take(event.first, event.second))
         return QString();
-    const QString step = QStringLiteral("%1 %2").arg(event.first).arg(event.second);
+    QString step = QStringLiteral("%1 %2").arg(event.first).arg(event.second);
     vehicle.run(step.split(' '));
     return step;
 }

@@ -85,7 +85,7 @@ void TestSimuTouch::setUp()
     effects::onIoctl = [&](unsigned long request, void *argument) {
         const Request expected = kRequests.value(next, {UI_DEV_DESTROY, -1, {}});
         if (request != expected.request ||
-            (expected.argument >= 0 && argument != reinterpret_cast<void *>(expected.argument)))
+            (expected.argument >= 0 && reinterpret_cast<intptr_t>(argument) != expected.argument))
             effects::add(QStringLiteral("log not request %1").arg(next));
         if (request == UI_GET_VERSION)
             *static_cast<unsigned int *>(argument) = 5;

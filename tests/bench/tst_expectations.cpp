@@ -43,7 +43,7 @@ static QString spansOf(const QString &story)
     QString spans;
     for (const QString &line : story.split("; "))
         spans += counts.take({kinds[line.section(' ', 1, 1)], line.section(' ', 2), {}},
-                             line.section(' ', 0, 0).toInt() * 1000);
+                             line.section(' ', 0, 0).toLongLong() * 1000);
     return spans;
 }
 
