@@ -1,65 +1,20 @@
-#include "bench/board/board.h"
-#include "bench/board/sandbox.h"
-#include "bench/drive/drivefile.h"
-#include "bench/drive/player.h"
 #include "bench/drive/words.h"
+#include "bench/exitcode.h"
+#include "bench/play.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QFile>
-#include <QFileInfo>
 #include <QRegularExpression>
 #include <QTextStream>
 
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace {
-
-enum ExitCode { kHeld = 0, kFailed = 1, kBadInput = 2, kNoBoard = 3 };
-
-const char kPlayInside[] = "play-inside";
-
-int complain(ExitCode code, const QString &text)
-{
-    QTextStream(stderr) << "pvm-bench: " << text << '\n';
-    return code;
-}
 
 int complainOfUsage(const QString &text)
 {
     return complain(kBadInput, text + QStringLiteral("; see pvm-bench --help"));
 }
 
-struct Options
-{
-    QString drive;
-    QString speed;
-    QString controller;
-    QString log;
-    QString channel;
-};
-
-/// Opens the log for the process inside the sandbox, which inherits the descriptor. -1 without.
-int openLog(const QString &path)
-{
-    return open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-}
-
-bool isSameFile(const QString &a, const QString &b)
-{
-    struct stat statA = {};
-    struct stat statB = {};
-    return stat(QFile::encodeName(a).constData(), &statA) == 0 &&
-           stat(QFile::encodeName(b).constData(), &statB) == 0 && statA.st_dev == statB.st_dev &&
-           statA.st_ino == statB.st_ino;
-}
-
-/// Everything that can be wrong with the input is found here, before anything starts.
-int play(const Options &options)
+int run(const QString &command, const PlayOptions &options)
 {
     bool isNumber = false;
     const double speed = options.speed.toDouble(&isNumber);
@@ -68,68 +23,8 @@ int play(const Options &options)
     for (const QString &given : {options.drive, options.controller, options.channel})
         if (given.isEmpty())
             return complainOfUsage(QStringLiteral("an empty name is none"));
-    sandbox::Setup setup;
-    QString wrong = readDriveFile(options.drive, &setup.drive);
-    Drive drive;
-    if (wrong.isEmpty())
-        wrong = parseDrive(setup.drive, options.drive, options.channel, &drive);
-    if (!wrong.isEmpty()) {
-        QTextStream(stderr) << wrong << '\n';
-        return kBadInput;
-    }
-    const QFileInfo controller(options.controller);
-    if (!controller.isFile() || !controller.isExecutable())
-        return complain(kNoBoard, options.controller +
-                                      QStringLiteral(": the controller is not an executable file"));
-    if (isSameFile(options.log, options.drive))
-        return complain(kBadInput, options.log + QStringLiteral(": the log is the drive itself"));
-    int log = -1;
-    if (!options.log.isEmpty() && (log = openLog(options.log)) < 0)
-        return complain(kBadInput, options.log + QStringLiteral(": ") +
-                                       QString::fromLocal8Bit(strerror(errno)));
-    setup.controller = controller.absoluteFilePath();
-    setup.arguments = QStringList{QLatin1String(kPlayInside),
-                                  QStringLiteral("--"),
-                                  options.drive,
-                                  options.speed,
-                                  options.channel,
-                                  QString::number(log)};
-    return complain(kNoBoard, sandbox::enter(setup));
-}
-
-int playInside(const QStringList &arguments)
-{
-    if (arguments.size() != 4)
-        return complainOfUsage(QStringLiteral("%1 is for the bench itself").arg(kPlayInside));
-    QByteArray contents;
-    Drive drive;
-    QString wrong = readDriveFile(sandbox::drivePath(), &contents);
-    if (wrong.isEmpty())
-        wrong = parseDrive(contents, arguments[0], arguments[2], &drive);
-    if (!wrong.isEmpty())
-        return complain(kBadInput, wrong);
-    QFile log;
-    const int logDescriptor = arguments[3].toInt();
-    if (logDescriptor >= 0)
-        log.open(logDescriptor, QIODevice::WriteOnly | QIODevice::Unbuffered);
-
-    QTextStream out(stdout);
-    Board board({sandbox::controllerPath(), drive.rendererFromStart, drive.hasWatchdog});
-    if (!board.build(&wrong))
-        return complain(kNoBoard, wrong);
-    Player player(board, drive, arguments[1].toDouble(), out, isatty(STDOUT_FILENO) == 1,
-                  log.isOpen() ? &log : nullptr);
-    // Queued, since either may come before the event loop runs.
-    QObject::connect(
-        &player, &Player::finished, qApp,
-        [](bool isHeld) { QCoreApplication::exit(isHeld ? kHeld : kFailed); },
-        Qt::QueuedConnection);
-    QObject::connect(
-        &player, &Player::notStarted, qApp,
-        [](const QString &reason) { QCoreApplication::exit(complain(kNoBoard, reason)); },
-        Qt::QueuedConnection);
-    player.run();
-    return QCoreApplication::exec();
+    return command == QLatin1String("record") ? record(options.drive, options.channel)
+                                              : play(options);
 }
 
 } // namespace
@@ -144,12 +39,15 @@ int main(int argc, char *argv[])
     parser.setApplicationDescription(
         QStringLiteral("Plays a drive on a simulated board.\n\n"
                        "Exit status: 0 everything expected held, 1 the drive failed, 2 bad input,\n"
-                       "3 the sandbox or the controller did not start."));
+                       "3 the sandbox or the controller did not start, 130 or 143 interrupted."));
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
                                   QStringLiteral("Shows this help."));
     const auto version = parser.addVersionOption();
     parser.addPositionalArgument(QStringLiteral("play DRIVE"),
-                                 QStringLiteral("plays a drive file"));
+                                 QStringLiteral("plays a drive file; - is standard input"));
+    parser.addPositionalArgument(QStringLiteral("record DRIVE"),
+                                 QStringLiteral("writes its frames as candump -L does"),
+                                 QStringLiteral("| record DRIVE"));
     parser.addPositionalArgument(QStringLiteral("words"),
                                  QStringLiteral("lists the words of the drive language"),
                                  QStringLiteral("| words"));
@@ -157,7 +55,9 @@ int main(int argc, char *argv[])
                                    QStringLiteral("Drive seconds per real second, 0.01 to 100."),
                                    QStringLiteral("X"), QStringLiteral("1"));
     const QCommandLineOption controller(
-        QStringLiteral("controller"), QStringLiteral("The controller instead of the one beside."),
+        QStringLiteral("controller"),
+        QStringLiteral("The controller instead of the one beside, or a "
+                       "script that runs one."),
         QStringLiteral("PATH"), QCoreApplication::applicationDirPath() + "/pvm-controller");
     const QCommandLineOption log(QStringLiteral("log"),
                                  QStringLiteral("Writes the controller's log to a file."),
@@ -183,12 +83,12 @@ int main(int argc, char *argv[])
     }
     if (command == QLatin1String(kPlayInside))
         return playInside(words);
-    if (command != QLatin1String("play"))
-        return complainOfUsage(command.isEmpty()
-                                   ? QStringLiteral("play or words?")
-                                   : QStringLiteral("unknown command '%1'").arg(command));
+    if (command.isEmpty())
+        return complainOfUsage(QStringLiteral("play, record or words?"));
+    if (command != QLatin1String("play") && command != QLatin1String("record"))
+        return complainOfUsage(QStringLiteral("unknown command '%1'").arg(command));
     if (words.size() != 1)
-        return complainOfUsage(QStringLiteral("play takes one drive file"));
-    return play({words[0], parser.value(speed), parser.value(controller), parser.value(log),
-                 parser.value(channel)});
+        return complainOfUsage(QStringLiteral("%1 takes one drive file").arg(command));
+    return run(command, {words[0], parser.value(speed), parser.value(controller), parser.value(log),
+                         parser.value(channel)});
 }

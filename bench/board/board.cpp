@@ -1,32 +1,20 @@
 #include "bench/board/board.h"
 
-#include "bench/board/commandserver.h"
-#include "bench/board/controllerprocess.h"
-#include "bench/board/filewatch.h"
-#include "bench/board/gpiotree.h"
-#include "bench/board/inputs.h"
-#include "bench/board/rendererprocess.h"
-#include "bench/board/vehiclebus.h"
-#include "bench/board/watchdog.h"
+#include "bench/board/boardlines.h"
+#include "bench/board/places.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QRegularExpression>
 #include <QSharedMemory>
-#include <QTimer>
 
 namespace {
 
-constexpr int kStartTimeoutMs = 10000;
+constexpr int kStartTimeoutMs = 30000; // a debugger may need them
 constexpr int kStallCheckPeriodMs = 500;
 constexpr int kStallChecks = 10; // in a row: 5 s
 
-const QString kBenchFolder = QStringLiteral("/bench");
-const QString kSegmentKey = QStringLiteral("PvmSharedMemory5");
-const QString kScripts = QStringLiteral("/etc/");
-const QString kScript = QStringLiteral("/etc/set_t840gmsl_0.sh");
 const QString kBusDownCommand = QStringLiteral("ip link set can0 down");
-constexpr int kKeepPowerLine = 150;
 
 bool isBusUpCommand(const QString &command)
 {
@@ -39,172 +27,128 @@ bool isBusUpCommand(const QString &command)
 // Shared memory outlives the processes that used it; a board that has lost its power has none.
 void removeSegment()
 {
-    QSharedMemory segment(kSegmentKey);
+    QSharedMemory segment(QLatin1String(places::kSegmentKey));
     if (segment.attach())
         segment.detach();
 }
 
 } // namespace
 
-class Board::Private
-{
-public:
-    enum class Phase { Off, Starting, Running, Lost };
-
-    Private(Board *board, const Setup &givenSetup);
-
-    bool build(QString *error);
-    void powerOn();
-    void powerOff(const QString &why);
-    void report(Fact::Kind kind, const QString &subject, const QString &value);
-    void drain();
-
-    void handleCommand(int command, const QStringList &words);
-    void endScript(int command, const QString &text);
-    int carryOut(const QString &command);
-    void reportPicture(const QString &command);
-    void handleGpio(int line, bool level);
-    void reboot();
-    void setBusUp(bool up, const QString &command);
-
-    void handleBusConnected();
-    void handleAttached();
-    void checkReady();
-    void failStart(const QString &reason);
-    void handleStartTimeout();
-    void handleControllerEnded(const QString &how);
-    void handleWatchdog(const QString &what);
-    void checkStall();
-
-    Board *q;
-    Setup setup;
-    FileWatch watch;
-    GpioTree gpio{&watch};
-    Inputs inputs{gpio};
-    Watchdog watchdog{&watch};
-    CommandServer commands;
-    VehicleBus bus;
-    RendererProcess renderer;
-    ControllerProcess controller;
-    QTimer startTimer;
-    QTimer stallTimer;
-    Phase phase = Phase::Off;
-    bool isBusConnected = false;
-    bool isRendererAttached = false;
-    bool isSynced = false;        ///< in this life
-    bool isPowerReleased = false; ///< the keep-power line is 0, after the sync
-    int scriptMs = 0;             ///< before a script ends
-    bool areScriptsFailing = false;
-    quint64 takenAtCheck = 0; ///< frames, at the last look at the bus
-    qint64 waitsAtCheck = 0;  ///< the controller's, at the last look at it
-    int stalledChecks = 0;    ///< in a row with waiting frames left alone, or with no sign of life
-};
-
-Board::Private::Private(Board *board, const Setup &givenSetup) : q(board), setup(givenSetup)
+Board::Board(const Setup &setup, QObject *parent) : QObject(parent), mSetup(setup)
 {
     using Kind = Fact::Kind;
-    startTimer.setSingleShot(true);
-    connect(&startTimer, &QTimer::timeout, q, [this] { handleStartTimeout(); });
-    connect(&stallTimer, &QTimer::timeout, q, [this] { checkStall(); });
-    connect(&gpio, &GpioTree::written, q,
-            [this](int line, bool level) { handleGpio(line, level); });
-    connect(&inputs, &Inputs::changed, q,
-            [this](const QString &name, const QString &what) { report(Kind::Input, name, what); });
-    connect(&watchdog, &Watchdog::happened, q,
-            [this](const QString &what) { handleWatchdog(what); });
-    connect(&commands, &CommandServer::started, q,
-            [this](int command, const QStringList &words) { handleCommand(command, words); });
-    connect(&bus, &VehicleBus::connected, q, [this] { handleBusConnected(); });
-    connect(&controller, &ControllerProcess::line, q,
+    mStartTimer.setSingleShot(true);
+    connect(&mStartTimer, &QTimer::timeout, this, &Board::handleStartTimeout);
+    connect(&mStallTimer, &QTimer::timeout, this, &Board::checkStall);
+    connect(&mGpio, &GpioTree::written, this, &Board::handleGpio);
+    connect(&mInputs, &Inputs::changed, this,
+            [this](const QString &line, const QString &what) { report(Kind::Input, line, what); });
+    connect(&mWatchdog, &Watchdog::happened, this, &Board::handleWatchdog);
+    connect(&mCommands, &CommandServer::started, this, &Board::handleCommand);
+    connect(&mBus, &VehicleBus::connected, this, &Board::handleBusConnected);
+    connect(&mBus, &VehicleBus::losing, this,
+            [this] { report(Kind::Frames, QString(), QStringLiteral("lost")); });
+    connect(&mController, &ControllerProcess::line, this,
             [this](const QString &text) { report(Kind::Log, text, QString()); });
-    connect(&controller, &ControllerProcess::ended, q,
-            [this](const QString &how) { handleControllerEnded(how); });
-    connect(&renderer, &RendererProcess::attached, q, [this] { handleAttached(); });
-    connect(&renderer, &RendererProcess::holding, q,
+    connect(&mController, &ControllerProcess::flooding, this,
+            [this] { report(Kind::Controller, QString(), QStringLiteral("flooding")); });
+    connect(&mController, &ControllerProcess::ended, this, &Board::handleControllerEnded);
+    connect(&mRenderer, &RendererProcess::attached, this, &Board::handleAttached);
+    connect(&mRenderer, &RendererProcess::holding, this,
             [this] { report(Kind::Renderer, QString(), QStringLiteral("holding")); });
-    connect(&renderer, &RendererProcess::ended, q,
+    connect(&mRenderer, &RendererProcess::ended, this,
             [this] { report(Kind::Renderer, QString(), QStringLiteral("ended")); });
     connect(
-        &renderer, &RendererProcess::record, q,
+        &mRenderer, &RendererProcess::record, this,
         [this](const QString &field, const QString &value) { report(Kind::Record, field, value); });
 }
 
-bool Board::Private::build(QString *error)
+Board::~Board()
+{
+    // Their ends are no facts any more.
+    blockSignals(true);
+    mController.kill();
+    mRenderer.kill();
+}
+
+QString Board::build()
 {
     // The board's files have fixed places in /etc, /dev and /sys.
-    if (QCoreApplication::applicationDirPath() != kBenchFolder) {
-        *error = QStringLiteral("a board can only be built inside the bench's sandbox");
-        return false;
-    }
-    QDir().mkpath(QStringLiteral("/run/pvm-bench/can"));
-    return gpio.build(error) && (!setup.hasWatchdog || watchdog.build(error)) && bus.build(error) &&
-           commands.build(kBenchFolder + QStringLiteral("/pvm-bench-command"), error);
+    if (QCoreApplication::applicationDirPath() != QLatin1String(places::kBench))
+        return QStringLiteral("a board can only be built inside the bench's sandbox");
+    QDir().mkpath(QLatin1String(places::kBusFolder));
+    QString fault = mGpio.build();
+    if (fault.isEmpty() && mSetup.hasWatchdog)
+        fault = mWatchdog.build();
+    if (fault.isEmpty())
+        fault = mBus.build();
+    return fault.isEmpty() ? mCommands.build() : fault;
 }
 
-void Board::Private::powerOn()
+void Board::powerOn()
 {
-    if (phase == Phase::Starting || phase == Phase::Running)
+    if (mPhase == Phase::Starting || mPhase == Phase::Running)
         return;
     removeSegment();
-    gpio.resetOutputs();
-    phase = Phase::Starting;
-    isBusConnected = false;
-    isRendererAttached = false;
-    isSynced = false;
-    isPowerReleased = false;
+    mGpio.resetOutputs();
+    mPhase = Phase::Starting;
+    mIsBusConnected = false;
+    mIsRendererAttached = false;
+    mIsSynced = false;
+    mIsPowerReleased = false;
     report(Fact::Kind::Power, QString(), QStringLiteral("on"));
-    startTimer.start(kStartTimeoutMs);
-    stallTimer.start(kStallCheckPeriodMs);
-    if (setup.rendererFromStart)
-        q->startRenderer();
-    controller.start(setup.controller);
+    mStartTimer.start(kStartTimeoutMs);
+    mStallTimer.start(kStallCheckPeriodMs);
+    if (mSetup.rendererFromStart)
+        startRenderer();
+    mController.start(mSetup.controller);
 }
 
-void Board::Private::powerOff(const QString &why)
+void Board::powerOff(const QString &why)
 {
-    phase = Phase::Off;
-    startTimer.stop();
-    stallTimer.stop();
-    controller.kill();
-    renderer.kill();
-    commands.dropAll();
-    bus.disconnectDevice();
-    bus.setUp(false);
-    watch.discard();
-    watchdog.reset();
+    mPhase = Phase::Off;
+    mStartTimer.stop();
+    mStallTimer.stop();
+    mBus.disconnectDevice(); // before the kernel empties the dead controller's queue
+    mBus.setUp(false);
+    mController.kill();
+    mRenderer.kill();
+    mCommands.dropAll();
+    mWatch.discard();
+    mWatchdog.reset();
     report(Fact::Kind::Power, why, QStringLiteral("off"));
 }
 
-void Board::Private::report(Fact::Kind kind, const QString &subject, const QString &value)
+void Board::report(Fact::Kind kind, const QString &subject, const QString &value)
 {
-    Q_EMIT q->happened(Fact{kind, subject, value});
+    Q_EMIT happened(Fact{kind, subject, value});
 }
 
 // Files, pipes and sockets reach the bench side by side. What the controller did before it ran a
 // command is handled before the command, so that the facts keep the true order.
-void Board::Private::drain()
+void Board::drain()
 {
-    watchdog.drain();
-    controller.drain();
+    mWatchdog.drain();
+    mController.drain();
 }
 
-void Board::Private::handleCommand(int command, const QStringList &words)
+void Board::handleCommand(int command, const QStringList &words)
 {
     drain();
     const QString text = words.join(QLatin1Char(' '));
     report(Fact::Kind::Command, text, QString());
     if (text == QLatin1String("reboot"))
         reboot();
-    else if (text.startsWith(kScripts))
+    else if (text.startsWith(QLatin1String("/etc/")))
         endScript(command, text);
     else
-        commands.reply(command, carryOut(text));
+        mCommands.reply(command, carryOut(text));
 }
 
-void Board::Private::endScript(int command, const QString &text)
+void Board::endScript(int command, const QString &text)
 {
-    const bool isFailing = areScriptsFailing;
-    commands.replyAfter(scriptMs, command, isFailing ? 1 : 0, [this, text, isFailing] {
+    const bool isFailing = mAreScriptsFailing;
+    mCommands.replyAfter(mScriptMs, command, isFailing ? 1 : 0, [this, text, isFailing] {
         if (!isFailing)
             reportPicture(text);
     });
@@ -212,106 +156,107 @@ void Board::Private::endScript(int command, const QString &text)
 
 // The board goes at once: what was not written to the disk by then is lost, and a board whose power
 // is kept does not go at all.
-void Board::Private::reboot()
+void Board::reboot()
 {
-    if (!isPowerReleased)
-        Q_EMIT q->controllerLost(
-            QStringLiteral("reboot without sync and then keep-power (%1) = 0").arg(kKeepPowerLine));
+    if (!mIsPowerReleased)
+        Q_EMIT controllerLost(QStringLiteral("reboot without sync and then keep-power (%1) = 0")
+                                  .arg(boardlines::kKeepPower));
     powerOff(QStringLiteral("reboot"));
 }
 
 /// The exit status.
-int Board::Private::carryOut(const QString &command)
+int Board::carryOut(const QString &command)
 {
     if (command == QLatin1String("sync"))
-        isSynced = true;
+        mIsSynced = true;
     if (!command.startsWith(QLatin1String("ip ")))
         return 0;
     const bool up = isBusUpCommand(command);
     if (!up && command != kBusDownCommand)
         return 2;
-    setBusUp(up, command);
+    changeBus(up, command);
     return 0;
 }
 
-void Board::Private::reportPicture(const QString &command)
+void Board::reportPicture(const QString &command)
 {
-    if (command == kScript + QStringLiteral(" 1"))
+    if (command == QLatin1String(places::kPictureScript) + QStringLiteral(" 1"))
         report(Fact::Kind::Picture, QString(), QStringLiteral("PVM"));
-    else if (command == kScript + QStringLiteral(" 0"))
+    else if (command == QLatin1String(places::kPictureScript) + QStringLiteral(" 0"))
         report(Fact::Kind::Picture, QString(), QStringLiteral("DA"));
 }
 
-void Board::Private::handleGpio(int line, bool level)
+void Board::handleGpio(int line, bool level)
 {
     report(Fact::Kind::Gpio, QString::number(line), QString::number(level ? 1 : 0));
-    if (line == kKeepPowerLine)
-        isPowerReleased = isSynced && !level;
+    if (line == boardlines::kKeepPower)
+        mIsPowerReleased = mIsSynced && !level;
 }
 
-void Board::Private::setBusUp(bool up, const QString &command)
+void Board::changeBus(bool up, const QString &command)
 {
-    bus.setUp(up);
+    mBus.setUp(up);
     report(Fact::Kind::Bus, command, up ? QStringLiteral("up") : QStringLiteral("down"));
 }
 
-void Board::Private::handleBusConnected()
+void Board::handleBusConnected()
 {
     report(Fact::Kind::Bus, QString(), QStringLiteral("connected"));
-    isBusConnected = true;
-    if (phase == Phase::Starting && !bus.isUp())
+    mIsBusConnected = true;
+    mController.setPid(mBus.devicePid());
+    if (mPhase == Phase::Starting && !mBus.isUp())
         failStart(QStringLiteral("the controller opened can0 without bringing it up"));
     else
         checkReady();
 }
 
-void Board::Private::handleAttached()
+void Board::handleAttached()
 {
-    isRendererAttached = true;
+    mIsRendererAttached = true;
     checkReady();
 }
 
-void Board::Private::checkReady()
+void Board::checkReady()
 {
-    const bool hasRenderer = isRendererAttached || !setup.rendererFromStart;
-    if (phase != Phase::Starting || !isBusConnected || !hasRenderer)
+    const bool hasRenderer = mIsRendererAttached || !mSetup.rendererFromStart;
+    if (mPhase != Phase::Starting || !mIsBusConnected || !hasRenderer)
         return;
-    phase = Phase::Running;
-    startTimer.stop();
-    Q_EMIT q->ready();
+    mPhase = Phase::Running;
+    mStartTimer.stop();
+    Q_EMIT ready();
 }
 
-void Board::Private::failStart(const QString &reason)
+void Board::failStart(const QString &reason)
 {
-    phase = Phase::Lost;
-    startTimer.stop();
-    stallTimer.stop();
-    const QStringList last = controller.lastLines(1);
-    Q_EMIT q->startFailed(last.isEmpty() ? reason
-                                         : reason + QStringLiteral("; its last line: ") + last[0]);
+    mPhase = Phase::Lost;
+    mStartTimer.stop();
+    mStallTimer.stop();
+    const QStringList last = mController.lastLines(1);
+    Q_EMIT startFailed(last.isEmpty() ? reason
+                                      : reason + QStringLiteral("; its last line: ") + last[0]);
 }
 
-void Board::Private::handleStartTimeout()
+void Board::handleStartTimeout()
 {
-    failStart(isBusConnected
-                  ? QStringLiteral("the renderer and the controller did not meet within 10 s")
-                  : QStringLiteral("the controller did not open can0 within 10 s"));
+    failStart(mIsBusConnected
+                  ? QStringLiteral("the renderer and the controller did not meet within 30 s")
+                  : QStringLiteral("the controller did not open can0 within 30 s"));
 }
 
-void Board::Private::handleControllerEnded(const QString &how)
+void Board::handleControllerEnded(const QString &how)
 {
     drain();
-    bus.disconnectDevice();
-    if (phase == Phase::Starting) {
-        failStart(QStringLiteral("the controller ended at once: ") + how);
-    } else if (phase == Phase::Running) {
-        phase = Phase::Lost;
-        stallTimer.stop();
-        Q_EMIT q->controllerLost(QStringLiteral("the controller ended: ") + how);
+    mBus.disconnectDevice();
+    if (mPhase == Phase::Starting) {
+        failStart(QStringLiteral("the controller ended ") + how);
+    } else if (mPhase == Phase::Running) {
+        mPhase = Phase::Lost;
+        mStallTimer.stop();
+        Q_EMIT controllerLost(QStringLiteral("the controller ended ") + how);
     }
 }
 
-void Board::Private::handleWatchdog(const QString &what)
+void Board::handleWatchdog(const QString &what)
 {
     report(Fact::Kind::Watchdog, QString(), what);
     if (what == QLatin1String("reset"))
@@ -320,118 +265,65 @@ void Board::Private::handleWatchdog(const QString &what)
 
 // Checks are counted instead of milliseconds: when the whole machine is held up, the controller has
 // had no chance to read either.
-void Board::Private::checkStall()
+void Board::checkStall()
 {
-    const bool isReading = bus.waiting() == 0 || bus.taken() != takenAtCheck;
-    takenAtCheck = bus.taken();
-    const bool isAwake = controller.waits() != waitsAtCheck;
-    waitsAtCheck = controller.waits();
-    // A controller that waits for one of its commands does nothing else.
-    const bool isWell = (isReading && isAwake) || commands.isCommandRunning();
-    stalledChecks = isWell ? 0 : stalledChecks + 1;
-    if (phase != Phase::Running || stalledChecks < kStallChecks)
+    mStalledChecks = isControllerWell() ? 0 : mStalledChecks + 1;
+    if (mPhase != Phase::Running || mStalledChecks < kStallChecks)
         return;
-    phase = Phase::Lost;
-    stallTimer.stop();
-    Q_EMIT q->controllerLost(isAwake ? QStringLiteral("the controller has not read the bus for 5 s")
-                                     : QStringLiteral("the controller has stood still for 5 s"));
+    mPhase = Phase::Lost;
+    mStallTimer.stop();
+    Q_EMIT controllerLost(mBus.waiting() > 0
+                              ? QStringLiteral("the controller has not read the bus for 5 s")
+                              : QStringLiteral("the controller has stood still for 5 s"));
 }
 
-Board::Board(Setup setup, QObject *parent) : QObject(parent)
+/// It takes frames, or has taken all and waits for its timers now and then.
+bool Board::isControllerWell()
 {
-    d = std::make_unique<Private>(this, setup);
-}
-
-Board::~Board()
-{
-    // Their ends are no facts any more.
-    blockSignals(true);
-    d->controller.kill();
-    d->renderer.kill();
-}
-
-bool Board::build(QString *error)
-{
-    return d->build(error);
-}
-
-void Board::powerOn()
-{
-    d->powerOn();
-}
-
-void Board::sendFrame(const BusFrame &frame)
-{
-    d->bus.send(frame);
+    const quint64 taken = mBus.taken();
+    const bool isReading = taken != mTakenAtCheck;
+    mTakenAtCheck = taken;
+    const qint64 waits = mController.waits();
+    const bool isAwake = waits != mWaitsAtCheck;
+    mWaitsAtCheck = waits;
+    // A controller that waits for one of its commands does nothing else.
+    return isReading || (isAwake && mBus.waiting() == 0) || mCommands.isCommandRunning();
 }
 
 void Board::setBusUp(bool up)
 {
-    if (up != d->bus.isUp())
-        d->setBusUp(up, QString());
+    if (up != mBus.isUp())
+        changeBus(up, QString());
 }
 
 void Board::startRenderer()
 {
-    if (d->renderer.isRunning())
+    if (mRenderer.isRunning())
         return;
-    d->renderer.start();
-    d->report(Fact::Kind::Renderer, QString(), QStringLiteral("started"));
-}
-
-void Board::killRenderer()
-{
-    d->renderer.kill();
+    mRenderer.start();
+    report(Fact::Kind::Renderer, QString(), QStringLiteral("started"));
 }
 
 void Board::setRendererFlag(const QString &flag, bool on)
 {
-    if (!d->renderer.isRunning())
+    if (!mRenderer.isRunning())
         return;
     const QString command = flag + (on ? QStringLiteral(" on") : QStringLiteral(" off"));
-    d->renderer.command(command.toLatin1());
-    d->report(Fact::Kind::Renderer, QString(), command);
-}
-
-Inputs &Board::inputs()
-{
-    return d->inputs;
+    mRenderer.command(command.toLatin1());
+    report(Fact::Kind::Renderer, QString(), command);
 }
 
 void Board::setScripts(int ms, bool isFailing)
 {
-    d->scriptMs = ms;
-    d->areScriptsFailing = isFailing;
-    d->report(Fact::Kind::Input, QStringLiteral("scripts"),
-              isFailing ? QStringLiteral("fail")
-              : ms == 0 ? QStringLiteral("normal")
-                        : QStringLiteral("take %1 ms").arg(ms));
-}
-
-bool Board::isBusQuiet() const
-{
-    return d->bus.waiting() == 0;
+    mScriptMs = ms;
+    mAreScriptsFailing = isFailing;
+    report(Fact::Kind::Input, QStringLiteral("scripts"),
+           isFailing ? QStringLiteral("fail")
+           : ms == 0 ? QStringLiteral("normal")
+                     : QStringLiteral("take %1 ms").arg(ms));
 }
 
 bool Board::isCommandRunning() const
 {
-    return d->commands.isCommandRunning();
-}
-
-Board::Figures Board::figures() const
-{
-    d->controller.sample();
-    Figures figures;
-    figures.framesSent = d->bus.sent();
-    figures.framesReceived = d->bus.taken();
-    figures.framesLost = d->bus.lost();
-    figures.watchdogFeeds = d->watchdog.feeds();
-    figures.peakMemoryKiB = d->controller.peakMemoryKiB();
-    figures.cpuSeconds = d->controller.cpuSeconds();
-    return figures;
-}
-
-QStringList Board::lastLogLines(int count) const
-{
-    return d->controller.lastLines(count);
+    return mCommands.isCommandRunning();
 }

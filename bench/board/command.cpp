@@ -1,6 +1,8 @@
 // Stands for a command or script of the board: hands its words to the bench, waits for the exit
 // status and, where the command prints something, for the text.
 
+#include "bench/board/places.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -12,7 +14,6 @@
 namespace {
 
 constexpr int kNoBench = 127;
-constexpr char kSocket[] = "/run/pvm-bench/commands";
 
 int fail(const char *command, const char *what)
 {
@@ -37,7 +38,7 @@ int main(int argc, char **argv)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, kSocket, sizeof kSocket);
+    memcpy(address.sun_path, places::kCommandSocket, sizeof places::kCommandSocket);
     const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
         return fail(argv[0], "no bench");

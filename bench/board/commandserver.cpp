@@ -1,5 +1,7 @@
 #include "bench/board/commandserver.h"
 
+#include "bench/board/places.h"
+
 #include <QDir>
 #include <QFile>
 #include <QTimer>
@@ -7,15 +9,6 @@
 namespace {
 
 const char *const kCommands[] = {"ip", "date", "sync", "reboot", "i2ctransfer"};
-const char *const kScripts[] = {"/etc/set_t840gmsl_0.sh", "/etc/set_t840gmsl_1.sh"};
-
-bool link(const QString &target, const QString &name, QString *error)
-{
-    if (QFile::link(target, name))
-        return true;
-    *error = QStringLiteral("cannot make the stand-in %1").arg(name);
-    return false;
-}
 
 } // namespace
 
@@ -26,23 +19,21 @@ CommandServer::CommandServer(QObject *parent) : QObject(parent)
     connect(&mServer, &SocketServer::disconnected, this, &CommandServer::handleGone);
 }
 
-QString CommandServer::commandFolder()
+QString CommandServer::build()
 {
-    return QStringLiteral("/run/pvm-bench/bin");
-}
-
-bool CommandServer::build(const QString &standIn, QString *error)
-{
-    QDir().mkpath(commandFolder());
-    for (const char *name : kCommands) {
-        if (!link(standIn, commandFolder() + QLatin1Char('/') + QLatin1String(name), error))
-            return false;
+    const QDir folder(QString::fromLatin1(places::kCommandFolder));
+    folder.mkpath(QStringLiteral("."));
+    QStringList standIns{QString::fromLatin1(places::kPictureScript),
+                         QString::fromLatin1(places::kBacklightScript)};
+    for (const char *name : kCommands)
+        standIns << folder.filePath(QLatin1String(name));
+    const QString program =
+        QStringLiteral("%1/pvm-bench-command").arg(QLatin1String(places::kBench));
+    for (const QString &name : standIns) {
+        if (!QFile::link(program, name))
+            return QStringLiteral("cannot make the stand-in %1").arg(name);
     }
-    for (const char *path : kScripts) {
-        if (!link(standIn, QLatin1String(path), error))
-            return false;
-    }
-    return mServer.listen(QStringLiteral("/run/pvm-bench/commands"), error);
+    return mServer.listen(places::kCommandSocket);
 }
 
 void CommandServer::handleRequest(int client, const QByteArray &message)

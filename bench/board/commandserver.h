@@ -20,10 +20,9 @@ class CommandServer : public QObject
 public:
     explicit CommandServer(QObject *parent = nullptr);
 
-    /// Puts the stand-ins in their places, links to @p standIn. False with the reason in @p error.
-    bool build(const QString &standIn, QString *error);
-
-    static QString commandFolder(); ///< for the controller's PATH
+    /// Puts the stand-ins in their places, links to the bench's one program for them. Returns what
+    /// is wrong, or an empty text.
+    QString build();
 
     bool isCommandRunning() const { return mRunning > 0; }
 

@@ -1,6 +1,7 @@
 #include "bench/board/controllerprocess.h"
 
-#include "bench/board/commandserver.h"
+#include "bench/board/places.h"
+#include "bench/board/printable.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,7 +15,9 @@ namespace {
 
 constexpr int kSamplePeriodMs = 1000;
 constexpr int kLinesKept = 200;
-constexpr int kLongestLine = 65536; // bytes; longer ones are cut
+constexpr int kLongestLine = 65536; // bytes; longer ones come in pieces
+constexpr int kLongestText = 1000;  // characters of a line that are kept
+constexpr qint64 kAtOnceMs = 1000;
 
 QProcessEnvironment boardEnvironment()
 {
@@ -24,7 +27,7 @@ QProcessEnvironment boardEnvironment()
 
     QProcessEnvironment environment;
     environment.insert(QStringLiteral("PATH"),
-                       CommandServer::commandFolder() + QStringLiteral(":/usr/bin:/bin"));
+                       QLatin1String(places::kCommandFolder) + QStringLiteral(":/usr/bin:/bin"));
     environment.insert(QStringLiteral("HOME"), QStringLiteral("/tmp"));
     environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtimeFolder);
     environment.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
@@ -77,6 +80,7 @@ double cpuSecondsOf(qint64 pid)
 void ControllerProcess::GroupProcess::setupChildProcess()
 {
     setpgid(0, 0);
+    signal(SIGINT, SIG_DFL);
 }
 
 ControllerProcess::ControllerProcess(QObject *parent) : QObject(parent)
@@ -97,6 +101,8 @@ ControllerProcess::~ControllerProcess()
 void ControllerProcess::start(const QString &program)
 {
     mIsKilled = false;
+    mPid = 0;
+    mSinceStart.start();
     mProcess.setProcessEnvironment(boardEnvironment());
     mProcess.setWorkingDirectory(QStringLiteral("/"));
     mProcess.setStandardInputFile(QProcess::nullDevice());
@@ -111,6 +117,7 @@ void ControllerProcess::kill()
     sample();
     mIsKilled = true;
     ::kill(static_cast<pid_t>(-mProcess.processId()), SIGKILL);
+    mProcess.kill(); // it may not lead its group yet
     mProcess.waitForFinished();
 }
 
@@ -121,13 +128,18 @@ void ControllerProcess::drain()
 
 void ControllerProcess::readLines()
 {
-    while (mProcess.canReadLine() || mProcess.bytesAvailable() > kLongestLine)
-        takeLine(mProcess.readLine(kLongestLine));
+    while (mProcess.canReadLine() || mProcess.bytesAvailable() > kLongestLine) {
+        const QByteArray bytes = mProcess.readLine(kLongestLine);
+        if (!bytes.endsWith('\n'))
+            Q_EMIT flooding();
+        takeLine(bytes);
+    }
 }
 
 void ControllerProcess::takeLine(const QByteArray &bytes)
 {
-    const QString text = QString::fromUtf8(bytes.endsWith('\n') ? bytes.chopped(1) : bytes);
+    const QString text =
+        printable(QString::fromUtf8(bytes.endsWith('\n') ? bytes.chopped(1) : bytes), kLongestText);
     if (text.trimmed().isEmpty())
         return;
     mLines.append(text);
@@ -146,8 +158,11 @@ void ControllerProcess::handleFinished(int exitCode, QProcess::ExitStatus status
     endSampling();
     readLines();
     takeLine(mProcess.readAll());
-    if (!mIsKilled)
-        Q_EMIT ended(howItEnded(exitCode, status));
+    if (mIsKilled)
+        return;
+    const QString how = howItEnded(exitCode, status);
+    Q_EMIT ended(mSinceStart.elapsed() < kAtOnceMs ? QStringLiteral("at once: ") + how
+                                                   : QStringLiteral("by itself: ") + how);
 }
 
 void ControllerProcess::handleError(QProcess::ProcessError error)
@@ -161,16 +176,15 @@ void ControllerProcess::handleError(QProcess::ProcessError error)
 
 void ControllerProcess::sample()
 {
-    const qint64 pid = mProcess.processId();
-    if (pid == 0)
+    if (mPid == 0)
         return;
-    mPeakMemoryKiB = qMax(mPeakMemoryKiB, statusOf(pid, "VmHWM"));
-    mCpuSeconds = qMax(mCpuSeconds, cpuSecondsOf(pid));
+    mPeakMemoryKiB = qMax(mPeakMemoryKiB, statusOf(mPid, "VmHWM"));
+    mCpuSeconds = qMax(mCpuSeconds, cpuSecondsOf(mPid));
 }
 
 qint64 ControllerProcess::waits() const
 {
-    return statusOf(mProcess.processId(), "voluntary_ctxt_switches");
+    return statusOf(mPid, "voluntary_ctxt_switches");
 }
 
 void ControllerProcess::endSampling()

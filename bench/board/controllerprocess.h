@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QProcess>
 #include <QStringList>
 #include <QTimer>
@@ -24,6 +25,9 @@ public:
     void drain(); ///< emits the lines written so far
 
     QStringList lastLines(int count) const;
+    /// The program may be a wrapper, such as a debugger: this is the controller in it, once known.
+    void setPid(qint64 pid) { mPid = pid; }
+
     void sample(); ///< reads memory and processor time of the running process
     qint64 peakMemoryKiB() const { return mPeakMemoryKiB; } ///< -1 before the first sample
     /// How often the main thread has waited for something so far; a live one ticks every 10 ms.
@@ -32,7 +36,9 @@ public:
     double cpuSeconds() const; ///< all lives together, -1 before the first sample
 
 Q_SIGNALS:
-    void line(const QString &text); ///< blank lines are left out
+    /// Printable, cut to a few hundred characters; blank lines are left out.
+    void line(const QString &text);
+    void flooding();                ///< a line without end: it comes in pieces
     void ended(const QString &how); ///< by itself
 
 private:
@@ -50,6 +56,8 @@ private:
     void endSampling();
 
     GroupProcess mProcess;
+    QElapsedTimer mSinceStart;
+    qint64 mPid = 0;
     bool mIsKilled = false;
     QStringList mLines;
     QTimer mSampleTimer;

@@ -7,16 +7,18 @@
 struct Fact
 {
     enum class Kind {
-        Command,  ///< subject: the command line as it was run, words joined by single blanks
-        Picture,  ///< value: "PVM" or "DA", the picture that the script just run has routed
-        Gpio,     ///< subject: line number, value: "0" or "1"; written by the controller
-        Watchdog, ///< value: "opened", "fed", "disarmed" (closed after 'V'), "closed", "reset"
-        Record,   ///< subject: field, value: its text; one fact for each changed field
-        Log,      ///< subject: one line of the controller's output
-        Bus,      ///< value: "up", "down", "connected"; subject: the command behind up and down
-        Renderer, ///< value: "started", "ended" or the flag just set, such as "turn-switch on"
-        Input,    ///< subject: a line or "scripts", value: what the drive made of it
-        Power     ///< value: "on", "off"; subject: why, such as "watchdog" or "reboot"
+        Command,    ///< subject: the command line as it was run, words joined by single blanks
+        Picture,    ///< value: "PVM" or "DA", the picture that the script just run has routed
+        Gpio,       ///< subject: line number, value: "0" or "1"; written by the controller
+        Watchdog,   ///< value: "opened", "fed", "disarmed" (closed after 'V'), "closed", "reset"
+        Record,     ///< subject: field, value: its text; one fact for each changed field
+        Log,        ///< subject: one line of the controller's output
+        Controller, ///< value: "flooding", its output comes without ends of lines
+        Frames,     ///< value: "lost", for the first frame that the controller will never see
+        Bus,        ///< value: "up", "down", "connected"; subject: the command behind up and down
+        Renderer,   ///< value: "started", "ended" or the flag just set, such as "turn-switch on"
+        Input,      ///< subject: a line or "scripts", value: what the drive made of it
+        Power       ///< value: "on", "off"; subject: why, such as "watchdog" or "reboot"
     };
     Kind kind;
     QString subject;

@@ -4,18 +4,12 @@
 #include <QSocketNotifier>
 
 #include <sys/inotify.h>
-#include <unistd.h>
 
 FileWatch::FileWatch(QObject *parent)
     : QObject(parent), mFd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
 {
     auto *notifier = new QSocketNotifier(mFd, QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, [this] { drain(); });
-}
-
-FileWatch::~FileWatch()
-{
-    close(mFd);
 }
 
 int FileWatch::add(const QString &path)

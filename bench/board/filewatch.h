@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bench/board/descriptor.h"
+
 #include <QObject>
 #include <QString>
 
@@ -13,7 +15,6 @@ class FileWatch : public QObject
 
 public:
     explicit FileWatch(QObject *parent = nullptr);
-    ~FileWatch() override;
 
     /// The watch's number, as the signals carry it; -1 with errno when the file cannot be watched.
     int add(const QString &path);
@@ -28,5 +29,5 @@ Q_SIGNALS:
 private:
     template <typename Handler> void readEvents(Handler handler);
 
-    int mFd;
+    Descriptor mFd;
 };

@@ -1,6 +1,8 @@
 #include "bench/board/gpiotree.h"
 
+#include "bench/board/boardlines.h"
 #include "bench/board/filewatch.h"
+#include "bench/board/places.h"
 
 #include <QDir>
 #include <QFile>
@@ -8,43 +10,23 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
-struct Line
-{
-    int number;
-    bool isOutput;
-    bool level; ///< after power-on
-};
-
-constexpr Line kLines[] = {
-    {229, true, true},   // deserializer power-down, released
-    {260, true, true},   // serializer power-down, released
-    {268, true, false},  // GMSL link select
-    {106, true, false},  // video source select
-    {150, true, false},  // ACC keep-power
-    {116, false, false}, // ACC
-    {269, false, false}, // physical switch
-    {122, false, true},  // deserializer lock
-    {270, false, true},  // serializer lock
-};
-
 QString lineFolder(int line)
 {
-    return QStringLiteral("/sys/class/gpio/gpio%1").arg(line);
-}
-
-bool putByte(int fd, char byte, off_t offset)
-{
-    return pwrite(fd, &byte, 1, offset) == 1;
+    return QStringLiteral("%1/gpio%2").arg(QLatin1String(places::kGpioFolder)).arg(line);
 }
 
 bool writeFile(const QString &path, const QByteArray &content)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+}
+
+bool putByte(int fd, char byte, off_t offset)
+{
+    return pwrite(fd, &byte, 1, offset) == 1;
 }
 
 } // namespace
@@ -54,23 +36,15 @@ GpioTree::GpioTree(FileWatch *watch, QObject *parent) : QObject(parent), mWatch(
     connect(watch, &FileWatch::written, this, &GpioTree::handleWrite);
 }
 
-GpioTree::~GpioTree()
+QString GpioTree::build()
 {
-    for (int fd : qAsConst(mValueFds))
-        close(fd);
-}
-
-bool GpioTree::build(QString *error)
-{
-    for (const Line &line : kLines) {
-        if (!buildLine(line.number, line.isOutput, line.level)) {
-            *error = QStringLiteral("cannot make GPIO line %1: %2")
-                         .arg(line.number)
-                         .arg(QString::fromLocal8Bit(strerror(errno)));
-            return false;
-        }
+    for (const BoardLine &line : boardlines::all()) {
+        if (!buildLine(line.number, line.isOutput(), line.level))
+            return QStringLiteral("cannot make GPIO line %1: %2")
+                .arg(line.number)
+                .arg(QString::fromLocal8Bit(strerror(errno)));
     }
-    return true;
+    return {};
 }
 
 bool GpioTree::buildLine(int line, bool isOutput, bool level)
@@ -81,12 +55,9 @@ bool GpioTree::buildLine(int line, bool isOutput, bool level)
         !writeFile(folder + QStringLiteral("/direction"), isOutput ? "out\n" : "in\n"))
         return false;
     // Stays open: the watch tells of every closing, and the bench's own writes must not count.
-    const int fd = open(QFile::encodeName(value).constData(), O_RDWR | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    mValueFds.insert(line, fd);
-    if (!isOutput)
-        return true;
+    mValues[line] = Descriptor(open(QFile::encodeName(value).constData(), O_RDWR | O_CLOEXEC));
+    if (mValues[line] < 0 || !isOutput)
+        return mValues[line] >= 0;
     const int watch = mWatch->add(value);
     mLineOfWatch.insert(watch, line);
     return watch >= 0;
@@ -94,15 +65,15 @@ bool GpioTree::buildLine(int line, bool isOutput, bool level)
 
 void GpioTree::resetOutputs()
 {
-    for (const Line &line : kLines) {
-        if (line.isOutput)
+    for (const BoardLine &line : boardlines::all()) {
+        if (line.isOutput())
             setLine(line.number, line.level);
     }
 }
 
 void GpioTree::setLine(int line, bool level)
 {
-    putByte(mValueFds.value(line, -1), level ? '1' : '0', 0);
+    putByte(mValues[line], level ? '1' : '0', 0);
 }
 
 void GpioTree::setExported(int line, bool exported)
@@ -115,13 +86,10 @@ void GpioTree::setExported(int line, bool exported)
 void GpioTree::handleWrite(int watch)
 {
     const int line = mLineOfWatch.value(watch, -1);
-    if (line < 0)
-        return;
-    const int fd = mValueFds.value(line);
     char level = '0';
-    if (pread(fd, &level, 1, 0) != 1)
+    if (line < 0 || pread(mValues[line], &level, 1, 0) != 1)
         return;
     // The controller's terminating NUL has taken the newline's place.
-    putByte(fd, '\n', 1);
+    putByte(mValues[line], '\n', 1);
     Q_EMIT written(line, level != '0');
 }

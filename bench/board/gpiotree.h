@@ -1,7 +1,11 @@
 #pragma once
 
+#include "bench/board/descriptor.h"
+
 #include <QMap>
 #include <QObject>
+
+#include <map>
 
 class FileWatch;
 
@@ -15,10 +19,9 @@ class GpioTree : public QObject
 
 public:
     explicit GpioTree(FileWatch *watch, QObject *parent = nullptr);
-    ~GpioTree() override;
 
-    /// Makes the files. False with the reason in @p error.
-    bool build(QString *error);
+    /// Makes the files. Returns what is wrong, or an empty text.
+    QString build();
 
     /// Puts the outputs to their levels after a reset. The inputs belong to the vehicle and stay.
     void resetOutputs();
@@ -38,6 +41,6 @@ private:
     void handleWrite(int watch);
 
     FileWatch *mWatch;
-    QMap<int, int> mValueFds;    ///< by line
-    QMap<int, int> mLineOfWatch; ///< the outputs
+    std::map<int, Descriptor> mValues; ///< by line
+    QMap<int, int> mLineOfWatch;       ///< the outputs
 };

@@ -1,47 +1,39 @@
 #include "bench/board/inputs.h"
 
+#include "bench/board/boardlines.h"
 #include "bench/board/gpiotree.h"
 
 namespace {
 
-struct Input
-{
-    int number;
-    const char *name;
-};
-// In the order of Inputs::Line.
-constexpr Input kInputs[] = {
-    {269, "switch"}, {116, "acc"}, {122, "deserializer-lock"}, {270, "serializer-lock"}};
-
-const Input &inputOf(Inputs::Line line)
-{
-    return kInputs[static_cast<size_t>(line)];
-}
+const QString kSwitchWord = QStringLiteral("switch");
 
 } // namespace
 
 Inputs::Inputs(GpioTree &gpio, QObject *parent) : QObject(parent), mGpio(gpio)
 {
     connect(&mSwitch, &HandSwitch::lineChanged, this,
-            [this](bool level) { mGpio.setLine(inputOf(Line::Switch).number, level); });
-    connect(&mSwitch, &HandSwitch::moved, this,
-            [this](bool pressed) { report(Line::Switch, pressed ? "pressed" : "released"); });
+            [this](bool level) { mGpio.setLine(boardlines::kSwitch, level); });
+    connect(&mSwitch, &HandSwitch::moved, this, [this](bool pressed) {
+        Q_EMIT changed(kSwitchWord,
+                       pressed ? QStringLiteral("pressed") : QStringLiteral("released"));
+    });
 }
 
-void Inputs::set(Line line, bool level)
+void Inputs::set(const QString &line, bool level)
 {
-    if (line == Line::Switch) {
-        mSwitch.set(level);
-        return;
-    }
-    mGpio.setLine(inputOf(line).number, level);
-    report(line, level ? "on" : "off");
+    mGpio.setLine(boardlines::input(line).number, level);
+    Q_EMIT changed(line, level ? QStringLiteral("on") : QStringLiteral("off"));
 }
 
-void Inputs::setReadable(Line line, bool readable)
+void Inputs::setReadable(const QString &line, bool readable)
 {
-    mGpio.setExported(inputOf(line).number, readable);
-    report(line, readable ? "readable" : "unreadable");
+    mGpio.setExported(boardlines::input(line).number, readable);
+    Q_EMIT changed(line, readable ? QStringLiteral("readable") : QStringLiteral("unreadable"));
+}
+
+void Inputs::pressSwitch(bool pressed)
+{
+    mSwitch.set(pressed);
 }
 
 void Inputs::clickSwitch(int ms)
@@ -52,11 +44,6 @@ void Inputs::clickSwitch(int ms)
 
 void Inputs::bounceSwitch(int ms)
 {
-    report(Line::Switch, "bounces");
+    Q_EMIT changed(kSwitchWord, QStringLiteral("bounces"));
     mSwitch.bounce(ms);
-}
-
-void Inputs::report(Line line, const char *what)
-{
-    Q_EMIT changed(QLatin1String(inputOf(line).name), QLatin1String(what));
 }

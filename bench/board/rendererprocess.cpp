@@ -1,6 +1,6 @@
 #include "bench/board/rendererprocess.h"
 
-#include <QCoreApplication>
+#include "bench/board/places.h"
 
 RendererProcess::RendererProcess(QObject *parent) : QObject(parent)
 {
@@ -17,7 +17,7 @@ RendererProcess::~RendererProcess()
 
 void RendererProcess::start()
 {
-    mProcess.start(QCoreApplication::applicationDirPath() + QStringLiteral("/pvm-bench-renderer"),
+    mProcess.start(QLatin1String(places::kBench) + QStringLiteral("/pvm-bench-renderer"),
                    QStringList());
 }
 

@@ -1,38 +1,39 @@
 #include "bench/board/sandbox.h"
 
+#include "bench/board/descriptor.h"
+#include "bench/board/places.h"
+
 #include <QCoreApplication>
-#include <QFile>
+#include <QDir>
 #include <QFileInfo>
 #include <QLibraryInfo>
 #include <QProcess>
+#include <QSocketNotifier>
 #include <QStandardPaths>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <vector>
+#include <fcntl.h>
+#include <sys/socket.h>
 
 namespace {
 
-const QString kFolder = QStringLiteral("/bench");
-constexpr int kPreflightTimeoutMs = 10000;
+const QString kFolder = QLatin1String(places::kBench) + QLatin1Char('/');
+constexpr char kStarted = 'S';
+
+int gInside = -1; // the socket to the inner process, for the signal handler
 
 QStringList words(const char *text)
 {
     return QString::fromLatin1(text).split(QLatin1Char(' '));
 }
 
-QString beside(const char *name)
-{
-    return QCoreApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(name);
-}
-
 // A root of its own, so that nothing of the host can be written and every mount point can be made.
 QStringList rootArguments()
 {
-    QStringList arguments = words("--unshare-ipc --unshare-pid --unshare-uts --die-with-parent "
+    QStringList arguments = words("--unshare-ipc --unshare-pid --unshare-uts "
                                   "--ro-bind /usr /usr --proc /proc --dev /dev "
                                   "--tmpfs /tmp --tmpfs /run --tmpfs /sys --tmpfs /etc --chdir /");
     for (const char *folder : {"/bin", "/lib", "/lib64", "/sbin"}) {
@@ -49,22 +50,35 @@ QStringList rootArguments()
     return arguments;
 }
 
-QStringList programArguments(const QString &controller)
+QStringList programArguments()
 {
-    const QString canPlugins =
-        QLibraryInfo::location(QLibraryInfo::PluginsPath) + QStringLiteral("/canbus");
-    const QString plugin = QStringLiteral("libpvm-bench-can.so");
+    const QDir beside(QCoreApplication::applicationDirPath());
+    const QDir canPlugins(QLibraryInfo::location(QLibraryInfo::PluginsPath) +
+                          QStringLiteral("/canbus"));
     QStringList arguments;
-    for (const char *name : {"pvm-bench", "pvm-bench-renderer", "pvm-bench-command"}) {
-        arguments << QStringLiteral("--ro-bind") << beside(name)
-                  << kFolder + QLatin1Char('/') + QLatin1String(name);
-    }
-    arguments << QStringLiteral("--ro-bind") << QFileInfo(controller).absoluteFilePath()
-              << sandbox::controllerPath();
+    for (const char *name : {"pvm-bench", "pvm-bench-renderer", "pvm-bench-command"})
+        arguments << QStringLiteral("--ro-bind") << beside.filePath(QLatin1String(name))
+                  << kFolder + QLatin1String(name);
     // Two plugins of one key would leave it to chance which one the controller gets.
-    arguments << QStringLiteral("--tmpfs") << canPlugins;
-    arguments << QStringLiteral("--ro-bind") << beside("libpvm-bench-can.so")
-              << canPlugins + QLatin1Char('/') + plugin;
+    const QString plugin = QStringLiteral("libpvm-bench-can.so");
+    return arguments << QStringLiteral("--tmpfs") << canPlugins.path()
+                     << QStringLiteral("--ro-bind") << beside.filePath(plugin)
+                     << canPlugins.filePath(plugin);
+}
+
+/// The controller keeps its path, and so does what lies beside it or beside the bench: it may be a
+/// script that runs one of them under a debugger.
+QStringList controllerArguments(const QString &controller)
+{
+    QStringList arguments;
+    for (const QString &path : {controller, QCoreApplication::applicationFilePath()}) {
+        const QString folder = QFileInfo(path).path();
+        // The sandbox's own folders stay its own.
+        const bool isShallow = folder.count(QLatin1Char('/')) < 2;
+        const QString bound = isShallow ? path : folder;
+        if (!bound.startsWith(QLatin1String("/usr/")))
+            arguments << QStringLiteral("--ro-bind") << bound << bound;
+    }
     return arguments;
 }
 
@@ -85,75 +99,96 @@ QStringList environmentArguments()
     return arguments;
 }
 
-/// Empty when the sandbox can be had here, otherwise what bubblewrap says.
-QString preflight(const QString &bwrap, const QStringList &arguments)
+/// Leads a process group of its own: what a terminal sends to a whole group reaches the outer
+/// process alone.
+class GroupProcess : public QProcess
 {
-    QProcess process;
-    process.start(bwrap, arguments + words("/bench/pvm-bench --version"));
-    if (!process.waitForFinished(kPreflightTimeoutMs))
-        return QStringLiteral("bubblewrap: ") + process.errorString();
-    if (process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0)
-        return QString();
-    const QString said = QString::fromLocal8Bit(process.readAllStandardError()).simplified();
-    return QStringLiteral("the sandbox cannot be made: ") +
-           (said.isEmpty() ? QStringLiteral("exit status %1").arg(process.exitCode()) : said);
+protected:
+    void setupChildProcess() override { setpgid(0, 0); }
+};
+
+void tellInside(int signal)
+{
+    const int error = errno;
+    const char number = static_cast<char>(signal);
+    send(gInside, &number, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+    errno = error;
 }
 
-/// A descriptor that reads as @p content, open in the programs that this process turns into.
-int contentDescriptor(const QByteArray &content)
+void catchSignals()
 {
-    const int fd = memfd_create("drive", 0);
-    if (fd >= 0 &&
-        (write(fd, content.constData(), static_cast<size_t>(content.size())) != content.size() ||
-         lseek(fd, 0, SEEK_SET) != 0)) {
-        close(fd);
-        return -1;
+    struct sigaction action = {};
+    action.sa_handler = tellInside;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signal, &action, nullptr);
+}
+
+/// False when bubblewrap has ended without running the inner process.
+bool waitForInside(int socket)
+{
+    char byte = 0;
+    ssize_t size = 0;
+    while ((size = recv(socket, &byte, 1, 0)) < 0 && errno == EINTR) {
     }
-    return fd;
-}
-
-void execute(const QString &program, const QStringList &arguments)
-{
-    std::vector<QByteArray> texts{QFile::encodeName(program)};
-    for (const QString &argument : arguments)
-        texts.push_back(QFile::encodeName(argument));
-    std::vector<char *> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (QByteArray &text : texts)
-        pointers.push_back(text.data());
-    pointers.push_back(nullptr);
-    execv(pointers[0], pointers.data());
+    return size == 1 && byte == kStarted;
 }
 
 } // namespace
 
-QString sandbox::controllerPath()
-{
-    return kFolder + QStringLiteral("/pvm-controller");
-}
-
-QString sandbox::drivePath()
-{
-    return kFolder + QStringLiteral("/drive");
-}
-
-QString sandbox::enter(const Setup &setup)
+int sandbox::run(const Setup &setup, QString *fault)
 {
     const QString bwrap = QStandardPaths::findExecutable(QStringLiteral("bwrap"));
-    if (bwrap.isEmpty())
-        return QStringLiteral("bubblewrap is missing: install the package `bubblewrap`");
+    if (bwrap.isEmpty()) {
+        *fault = QStringLiteral("bubblewrap is missing: install the package `bubblewrap`");
+        return -1;
+    }
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0) {
+        *fault = QStringLiteral("no socket: ") + QString::fromLocal8Bit(strerror(errno));
+        return -1;
+    }
+    const Descriptor outer(ends[0]);
+    Descriptor inner(ends[1]);
+    fcntl(outer, F_SETFD, FD_CLOEXEC);
+    const Descriptor errorOutput(dup(STDERR_FILENO));
+    gInside = outer;
+    catchSignals();
 
-    QStringList arguments =
-        rootArguments() + programArguments(setup.controller) + environmentArguments();
-    QString refusal = preflight(bwrap, arguments);
-    if (!refusal.isEmpty())
-        return refusal;
+    GroupProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedOutputChannel);
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(bwrap, rootArguments() + programArguments() +
+                             controllerArguments(setup.controller) + environmentArguments() +
+                             QStringList{kFolder + QStringLiteral("pvm-bench")} + setup.arguments +
+                             QStringList{QString::number(inner), QString::number(errorOutput)});
+    process.waitForStarted(-1);
+    inner.reset();
+    const bool isInside = waitForInside(outer);
+    process.waitForFinished(-1);
+    if (isInside)
+        return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : EXIT_FAILURE;
+    const QString said = QString::fromLocal8Bit(process.readAllStandardError()).simplified();
+    *fault = QStringLiteral("the sandbox cannot be made: ") +
+             (said.isEmpty() ? process.errorString() : said);
+    return -1;
+}
 
-    const int drive = contentDescriptor(setup.drive);
-    if (drive < 0)
-        return QStringLiteral("no memory for the drive");
-    arguments << QStringLiteral("--ro-bind-data") << QString::number(drive) << drivePath()
-              << kFolder + QStringLiteral("/pvm-bench") << setup.arguments;
-    execute(bwrap, arguments);
-    return QStringLiteral("cannot run %1: %2").arg(bwrap, QString::fromLocal8Bit(strerror(errno)));
+sandbox::Inside::Inside(const QString &socket, const QString &errorOutput) : mSocket(socket.toInt())
+{
+    fcntl(mSocket, F_SETFD, FD_CLOEXEC);
+    dup2(errorOutput.toInt(), STDERR_FILENO);
+    close(errorOutput.toInt());
+    send(mSocket, &kStarted, 1, MSG_NOSIGNAL);
+}
+
+void sandbox::Inside::watch(const std::function<void(int)> &interrupted)
+{
+    auto *notifier = new QSocketNotifier(mSocket, QSocketNotifier::Read, qApp);
+    QObject::connect(notifier, &QSocketNotifier::activated, qApp, [this, interrupted] {
+        char signal = 0;
+        if (recv(mSocket, &signal, 1, MSG_DONTWAIT) != 1)
+            _exit(EXIT_FAILURE); // and the kernel ends all that runs in this namespace
+        interrupted(signal);
+    });
 }

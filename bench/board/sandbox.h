@@ -1,27 +1,48 @@
 #pragma once
 
-#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
+/**
+ * The sandbox that the board lives in, made by bubblewrap: own root composed from parts, own /tmp,
+ * /dev, /sys, /etc, PID and System V IPC namespace, and the bench's CAN plugin in place of the
+ * system's.
+ *
+ * Two processes of the bench belong together: the one that a user started, which waits, and the one
+ * inside, which plays. They hold the two ends of a socket. Whatever becomes of the outer one, its
+ * end closes, and the inner one leaves with all that runs in the sandbox. Nobody is killed while
+ * bubblewrap is still building.
+ */
 namespace sandbox {
 
 struct Setup
 {
-    QString controller;    ///< path on the host, appears as controllerPath()
-    QByteArray drive;      ///< contents, appears as drivePath()
-    QStringList arguments; ///< for pvm-bench inside
+    QString controller;    ///< path of the program that is or runs the controller
+    QStringList arguments; ///< for pvm-bench inside, which gets two more: see Inside
 };
 
-QString controllerPath(); ///< "/bench/pvm-controller"
-QString drivePath();      ///< "/bench/drive"
-
 /**
- * Replaces this process by bubblewrap running /bench/pvm-bench with the arguments inside a sandbox:
- * own root composed from parts, own /tmp, /dev, /sys, /etc, PID and System V IPC namespace, and the
- * bench's CAN plugin in place of the system's. Descriptors without close-on-exec stay open inside.
- * The sandbox dies with this process. Returns only on failure, with one line that says why.
+ * Runs /bench/pvm-bench with the arguments inside and returns its exit status, or -1 with what is
+ * wrong in @p fault, one line. SIGINT, SIGTERM and SIGHUP are told to it the first time; the second
+ * one ends this process. Descriptors without close-on-exec stay open inside.
  */
-QString enter(const Setup &setup);
+int run(const Setup &setup, QString *fault);
+
+/// The inner process's end. Its two arguments are descriptors: the socket and the true stderr.
+class Inside
+{
+public:
+    /// Tells the outer process that the sandbox stands.
+    Inside(const QString &socket, const QString &errorOutput);
+
+    /// Calls @p interrupted with the number of a signal, and ends the process when the outer one
+    /// has gone.
+    void watch(const std::function<void(int)> &interrupted);
+
+private:
+    int mSocket;
+};
 
 } // namespace sandbox

@@ -1,6 +1,5 @@
 #include "bench/board/socketserver.h"
 
-#include <QFile>
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -19,29 +18,19 @@ constexpr int kBacklog = 16;
 SocketServer::SocketServer(QObject *parent) : QObject(parent)
 {}
 
-SocketServer::~SocketServer()
+QString SocketServer::listen(const char *path)
 {
-    dropAll();
-    if (mFd >= 0)
-        close(mFd);
-}
-
-bool SocketServer::listen(const QString &path, QString *error)
-{
-    const QByteArray name = QFile::encodeName(path);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, name.constData(), sizeof address.sun_path - 1);
-    mFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+    mFd.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (bind(mFd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-        ::listen(mFd, kBacklog) != 0) {
-        *error = QStringLiteral("cannot listen on %1: %2")
-                     .arg(path, QString::fromLocal8Bit(strerror(errno)));
-        return false;
-    }
+        ::listen(mFd, kBacklog) != 0)
+        return QStringLiteral("cannot listen on %1: %2")
+            .arg(QLatin1String(path), QString::fromLocal8Bit(strerror(errno)));
     auto *notifier = new QSocketNotifier(mFd, QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, [this] { accept(); });
-    return true;
+    return {};
 }
 
 void SocketServer::accept()

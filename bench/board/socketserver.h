@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bench/board/descriptor.h"
+
 #include <QByteArray>
 #include <QMap>
 #include <QObject>
@@ -16,10 +18,9 @@ class SocketServer : public QObject
 
 public:
     explicit SocketServer(QObject *parent = nullptr);
-    ~SocketServer() override;
 
-    /// False with the reason in @p error.
-    bool listen(const QString &path, QString *error);
+    /// Returns what is wrong, or an empty text.
+    QString listen(const char *path);
 
     /// Never blocks. False when the client's queue is full or the client gone.
     static bool send(int client, const void *data, size_t size);
@@ -36,6 +37,6 @@ private:
     void accept();
     void read(int client);
 
-    int mFd = -1;
+    Descriptor mFd;
     QMap<int, QSocketNotifier *> mClients;
 };

@@ -1,24 +1,76 @@
 #include "bench/board/vehiclebus.h"
 
-#include <cstring>
+#include "bench/board/descriptor.h"
+#include "bench/board/places.h"
+
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+namespace {
+
+/// Bytes of the messages that the other end has not read yet, with the kernel's own surcharge.
+int queuedBytes(int socket)
+{
+    int bytes = 0;
+    return ioctl(socket, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
+}
+
+/// The kernel's surcharge is its own affair; a frame that surely waits tells it.
+int measureQueuedFrame()
+{
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) != 0)
+        return 0;
+    const Descriptor near(pair[0]);
+    const Descriptor far(pair[1]);
+    const BusFrame frame;
+    return SocketServer::send(near, &frame, sizeof frame) ? queuedBytes(near) : 0;
+}
+
+} // namespace
 
 VehicleBus::VehicleBus(QObject *parent) : QObject(parent)
 {
     connect(&mServer, &SocketServer::connected, this, &VehicleBus::handleConnected);
-    connect(&mServer, &SocketServer::received, this, &VehicleBus::handleTaken);
     connect(&mServer, &SocketServer::disconnected, this, &VehicleBus::handleDisconnected);
 }
 
-bool VehicleBus::build(QString *error)
+QString VehicleBus::build()
 {
-    return mServer.listen(QStringLiteral("/run/pvm-bench/can/can0"), error);
+    mQueuedSize = measureQueuedFrame();
+    if (mQueuedSize <= 0)
+        return QStringLiteral("the kernel does not tell what waits in a socket");
+    return mServer.listen(places::kBus);
 }
 
 void VehicleBus::send(const BusFrame &frame)
 {
     ++mSent;
     if (!mIsUp || mDevice < 0 || !SocketServer::send(mDevice, &frame, sizeof frame))
-        ++mLost;
+        lose(1);
+}
+
+void VehicleBus::lose(quint64 count)
+{
+    const bool isFirst = mLost == 0 && count > 0;
+    mLost += count;
+    if (isFirst)
+        Q_EMIT losing();
+}
+
+quint64 VehicleBus::waiting() const
+{
+    return mDevice < 0 ? 0 : static_cast<quint64>(queuedBytes(mDevice) / mQueuedSize);
+}
+
+qint64 VehicleBus::devicePid() const
+{
+    ucred peer = {};
+    socklen_t size = sizeof peer;
+    if (mDevice < 0 || getsockopt(mDevice, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        return 0;
+    return peer.pid;
 }
 
 void VehicleBus::disconnectDevice()
@@ -39,21 +91,11 @@ void VehicleBus::handleConnected(int client)
     Q_EMIT connected();
 }
 
-void VehicleBus::handleTaken(int client, const QByteArray &message)
-{
-    quint64 total = 0;
-    if (client != mDevice || message.size() != static_cast<int>(sizeof total))
-        return;
-    memcpy(&total, message.constData(), sizeof total);
-    mTaken = total;
-}
-
 void VehicleBus::handleDisconnected(int client)
 {
     if (client != mDevice)
         return;
+    const quint64 left = waiting();
     mDevice = -1;
-    mLost += waiting();
-    mTakenBefore += mTaken;
-    mTaken = 0;
+    lose(left);
 }

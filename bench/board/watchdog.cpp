@@ -1,6 +1,7 @@
 #include "bench/board/watchdog.h"
 
 #include "bench/board/filewatch.h"
+#include "bench/board/places.h"
 
 #include <QSocketNotifier>
 
@@ -8,11 +9,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
-constexpr char kDevice[] = "/dev/watchdog";
 constexpr int kTimeoutMs = 30000;
 
 } // namespace
@@ -29,27 +28,19 @@ Watchdog::Watchdog(FileWatch *watch, QObject *parent) : QObject(parent), mFileWa
     });
 }
 
-Watchdog::~Watchdog()
-{
-    if (mFd >= 0)
-        close(mFd);
-}
-
-bool Watchdog::build(QString *error)
+QString Watchdog::build()
 {
     // A FIFO that the bench reads: the controller's open for writing finds a reader at once.
-    if (mkfifo(kDevice, 0600) == 0)
-        mFd = open(kDevice, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (mkfifo(places::kWatchdog, 0600) == 0)
+        mFd.reset(open(places::kWatchdog, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (mFd >= 0)
-        mWatch = mFileWatch->add(QString::fromLatin1(kDevice));
-    if (mWatch < 0) {
-        *error = QStringLiteral("cannot make %1: %2")
-                     .arg(QLatin1String(kDevice), QString::fromLocal8Bit(strerror(errno)));
-        return false;
-    }
+        mWatch = mFileWatch->add(QString::fromLatin1(places::kWatchdog));
+    if (mWatch < 0)
+        return QStringLiteral("cannot make %1: %2")
+            .arg(QLatin1String(places::kWatchdog), QString::fromLocal8Bit(strerror(errno)));
     mNotifier = new QSocketNotifier(mFd, QSocketNotifier::Read, this);
     connect(mNotifier, &QSocketNotifier::activated, this, [this] { drain(); });
-    return true;
+    return {};
 }
 
 void Watchdog::reset()

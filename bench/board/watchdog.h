@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bench/board/descriptor.h"
+
 #include <QObject>
 #include <QTimer>
 
@@ -16,10 +18,9 @@ class Watchdog : public QObject
 
 public:
     explicit Watchdog(FileWatch *watch, QObject *parent = nullptr);
-    ~Watchdog() override;
 
-    /// Makes the device, which a board need not have. False with the reason in @p error.
-    bool build(QString *error);
+    /// Makes the device, which a board need not have. Returns what is wrong, or an empty text.
+    QString build();
 
     /// Stopped and closed, as after power-on. Only for when no controller runs.
     void reset();
@@ -39,7 +40,7 @@ private:
 
     FileWatch *mFileWatch;
     int mWatch = -1;
-    int mFd = -1;
+    Descriptor mFd;
     QSocketNotifier *mNotifier = nullptr;
     QTimer mCountdown;
     bool mIsOpen = false;

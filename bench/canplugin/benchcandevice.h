@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bench/board/busframe.h"
-#include "bench/canplugin/canfilter.h"
+#include "bench/board/descriptor.h"
 
 #include <QCanBusDevice>
 #include <QCanBusDeviceInfo>
@@ -13,8 +13,8 @@ class QSocketNotifier;
  * instead: an interface is a socket of its name in the bench's folder of buses.
  *
  * The interface is listen-only: nothing can be written. An interface that goes down leaves the
- * device connected and silent. After each read the device tells the bus how many frames it has
- * taken so far, filtered ones included, so that the bench sees how far the process has got.
+ * device connected and silent. Of raw filters it knows the empty list and one entry for every data
+ * frame, whatever its identifier, which keeps remote frames out; of error filters none and all.
  */
 class BenchCanDevice : public QCanBusDevice
 {
@@ -22,7 +22,6 @@ class BenchCanDevice : public QCanBusDevice
 
 public:
     explicit BenchCanDevice(const QString &interfaceName);
-    ~BenchCanDevice() override;
 
     static QList<QCanBusDeviceInfo> interfaces();
 
@@ -35,14 +34,11 @@ protected:
     void close() override;
 
 private:
-    bool applyParameter(int key, const QVariant &value);
+    bool isKnown(int key, const QVariant &value) const;
+    bool passes(uint32_t id) const;
     void readSocket();
-    void append(const BusFrame &busFrame, QVector<QCanBusFrame> &frames);
-    void reportTaken();
 
     QString mInterface;
-    int mSocket = -1;
+    Descriptor mSocket;
     QSocketNotifier *mNotifier = nullptr;
-    CanFilter mFilter;
-    quint64 mTaken = 0; ///< frames since the connection
 };

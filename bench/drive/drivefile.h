@@ -3,15 +3,16 @@
 #include "bench/board/busframe.h"
 #include "bench/drive/words.h"
 
-#include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <cstdint>
 #include <vector>
 
 /**
- * A drive: a log of bus frames as `candump -L` writes it, and between its lines what is done to the
- * board and what is expected of it. docs/drives.md describes the language.
+ * A drive: what the vehicle sends, what is done to the board and what is expected of it.
+ * docs/drives.md describes the language. What the vehicle sends is either a log as `candump -L`
+ * writes it, or comes from a vehicle made of words.
  *
  * Drive time 0 is the first frame of the chosen channel; times are integer microseconds.
  */
@@ -22,16 +23,17 @@ struct Drive
     int64_t startUs = 0;               ///< time stamp of drive time 0
     int64_t endUs = 0;                 ///< drive time of the last frame, statement or `for`
     uint64_t skipped = 0;              ///< CAN FD and remote frames of the chosen channel
-    uint64_t elsewhere = 0;            ///< frames of other channels
     bool rendererFromStart = true;     ///< false if the drive's first word to it is `start`
     bool hasWatchdog = true;
+    double slowest = 0.01; ///< drive seconds per real second at which it holds
+    double fastest = 100;
+    QStringList remarks; ///< what a reader of the log should know before it is played
 
     int64_t timeOf(const BusFrame &frame) const { return frame.stampUs - startUs; }
 };
 
-/// Reads a whole drive file of at most 256 MiB. Returns what is wrong, or an empty text.
-QString readDriveFile(const QString &path, QByteArray *contents);
-
-/// Takes a drive apart. Returns "NAME:LINE: what is wrong" of its first fault, or an empty text.
-QString parseDrive(const QByteArray &contents, const QString &name, const QString &channel,
-                   Drive *drive);
+/**
+ * Reads a drive from a descriptor, which stays open; it may be a pipe. Only memory limits its size.
+ * Returns "NAME:LINE: what is wrong" of the first fault, or an empty text.
+ */
+QString readDrive(int descriptor, const QString &name, const QString &channel, Drive *drive);

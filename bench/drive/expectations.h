@@ -1,9 +1,12 @@
 #pragma once
 
 #include "bench/board/fact.h"
+#include "bench/drive/driveclock.h"
+#include "bench/drive/eventstream.h"
 #include "bench/drive/words.h"
 
 #include <QHash>
+#include <QStringList>
 
 #include <cstdint>
 #include <functional>
@@ -27,8 +30,8 @@ public:
     /// Called once for each expectation, when it is settled.
     using Report = std::function<void(const QString &text, bool held)>;
 
-    /// @p speed: drive seconds per real second.
-    Expectations(double speed, Report report);
+    /// Of the log only lines that one of the @p statements may ask for are kept.
+    Expectations(const DriveClock &clock, const std::vector<Statement> &statements, Report report);
 
     void ask(const Statement &statement, int64_t nowUs);
     void take(const Fact &fact, int64_t nowUs);
@@ -40,50 +43,42 @@ public:
     /// True while an expectation of this state is waiting for it.
     bool isAwaited(Fact::Kind kind, const QString &value) const;
 
+    int asked() const { return mAsked; } ///< by the whole drive
     int held() const { return mHeld; }
-    int failed() const { return mFailed; }
-    int waiting() const { return static_cast<int>(mWaiting.size()); }
+    const QStringList &failures() const { return mFailures; }
+    bool isWaiting() const { return !mWaiting.empty(); }
 
 private:
-    struct Event
-    {
-        QString text;
-        int64_t us;
-    };
-    struct Stream
-    {
-        std::vector<Event> events;
-        size_t accounted = 0;    ///< events that nobody asks for any more
-        bool holdsLines = false; ///< of the log: found by a part of them
-    };
     struct Expectation
     {
         Statement statement;
         int64_t askedUs;
-        int64_t dueUs;            ///< end of `within` or `for`; the asking itself without either
-        bool isBegun = false;     ///< its turn has come
-        size_t firstEvent = 0;    ///< for ExpectNone: where its watch begins
-        uint64_t feeds = 0;       ///< watchdog feeds when it was asked
-        Stream *stream = nullptr; ///< of commands or log lines, null for the others
+        int64_t dueUs;                 ///< end of `within` or `for`; the asking itself without
+        EventStream *stream = nullptr; ///< of commands or log lines, null for the others
+        bool isBegun = false;          ///< its turn has come
+        size_t firstEvent = 0;         ///< for ExpectNone: where its watch begins
+        uint64_t feeds = 0;            ///< watchdog feeds when it was asked
     };
 
     void takeState(const Fact &fact);
+    bool isLogWanted(const QString &line) const;
     bool settle(Expectation &expectation, int64_t nowUs);
     bool holds(const Expectation &expectation) const;
     static size_t find(const Expectation &expectation);
     static void account(const Expectation &expectation, bool isHolding);
-    QString praise(const Expectation &expectation, int64_t nowUs) const;
-    QString complaint(const Expectation &expectation) const;
-    static QString missing(const Expectation &expectation);
+    static QString whenHeld(const Expectation &expectation, int64_t nowUs);
+    QString whyFailed(const Expectation &expectation) const;
 
-    const double mSpeed;
+    const DriveClock &mClock;
     const Report mReport;
+    QStringList mLogTexts; ///< of all statements about the log
     std::list<Expectation> mWaiting;
-    Stream mCommands;
-    Stream mLog;
+    EventStream mCommands{false};
+    EventStream mLog{true};
     QHash<QString, QString> mStates; ///< last value by "kind subject"
     uint64_t mFeeds = 0;
     int64_t mNextDueUs = std::numeric_limits<int64_t>::max();
+    int mAsked = 0;
     int mHeld = 0;
-    int mFailed = 0;
+    QStringList mFailures;
 };

@@ -1,12 +1,15 @@
 #include "bench/drive/player.h"
 
-#include <QIODevice>
+#include "bench/board/printable.h"
+#include "bench/drive/summary.h"
+
+#include <QFileDevice>
+#include <QMap>
 
 #include <algorithm>
 #include <limits>
-#include <linux/can.h>
+#include <poll.h>
 #include <sys/timerfd.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -16,45 +19,23 @@ constexpr int64_t kQuietWithinUs = 5'000'000; ///< for the last frames to be tak
 constexpr int kLogLinesShown = 20;
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
-int64_t monotonicUs()
+int milliseconds(int64_t us)
 {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
-}
-
-int milliseconds(const Statement &statement)
-{
-    return static_cast<int>(
-        std::min<int64_t>(statement.spanUs / 1000, std::numeric_limits<int>::max()));
-}
-
-/// Of a line's name, or of "lock NAME".
-Inputs::Line inputOf(const Statement &statement)
-{
-    for (const QString &word : statement.words) {
-        if (word == QLatin1String("switch"))
-            return Inputs::Line::Switch;
-        if (word == QLatin1String("acc"))
-            return Inputs::Line::Acc;
-        if (word.startsWith(QLatin1String("deserializer")))
-            return Inputs::Line::DeserializerLock;
-    }
-    return Inputs::Line::SerializerLock;
+    return static_cast<int>(std::min<int64_t>(us / 1000, std::numeric_limits<int>::max()));
 }
 
 } // namespace
 
 Player::Player(Board &board, const Drive &drive, double speed, QTextStream &out, bool isColoured,
-               QIODevice *log)
+               QFileDevice *log)
     : mBoard(board),
       mDrive(drive),
-      mSpeed(speed),
+      mClock(speed),
       mOut(out),
-      mTimeline(out, speed, isColoured),
-      mExpectations(speed,
+      mTimeline(out, mClock, isColoured),
+      mExpectations(mClock, drive.statements,
                     [this](const QString &text, bool held) {
-                        mTimeline.note(nowUs(), QStringLiteral("expect"), text, !held);
+                        mTimeline.note(mClock.nowUs(), QStringLiteral("expect"), text, !held);
                     }),
       mLog(log),
       mTimer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)),
@@ -70,37 +51,20 @@ Player::Player(Board &board, const Drive &drive, double speed, QTextStream &out,
     connect(&mRecordsDue, &QTimer::timeout, this, &Player::takeRecords);
     connect(&mPowerUp, &QTimer::timeout, &mBoard, &Board::powerOn);
     connect(&mHousekeeping, &QTimer::timeout, this, &Player::onHousekeeping);
-}
-
-Player::~Player()
-{
-    mDeadline.setEnabled(false);
-    close(mTimer);
+    mHousekeeping.start(kHousekeepingMs);
 }
 
 void Player::run()
 {
-    if (mDrive.skipped)
-        mTimeline.note(nowUs(), QStringLiteral("board"),
-                       QStringLiteral("%1 CAN FD and remote frames of the log are skipped")
-                           .arg(mDrive.skipped));
-    if (mDrive.elsewhere)
-        mTimeline.note(
-            nowUs(), QStringLiteral("board"),
-            QStringLiteral("%1 frames of other channels are left out").arg(mDrive.elsewhere));
-    mTimeline.note(nowUs(), QStringLiteral("board"),
+    mTimeline.note(-1, QStringLiteral("drive"),
+                   QStringLiteral("lasts %1 s and has %2 frames")
+                       .arg(DriveClock::seconds(mDrive.endUs, 1))
+                       .arg(mDrive.frames.size()));
+    for (const QString &remark : mDrive.remarks)
+        mTimeline.note(-1, QStringLiteral("drive"), remark);
+    mTimeline.note(-1, QStringLiteral("board"),
                    QStringLiteral("powered, waiting for the controller"));
     mBoard.powerOn();
-}
-
-int64_t Player::nowUs() const
-{
-    return mStartUs < 0 ? -1 : monotonicUs() - mStartUs;
-}
-
-int64_t Player::realUs(int64_t driveUs) const
-{
-    return static_cast<int64_t>(static_cast<double>(driveUs) / mSpeed);
 }
 
 bool Player::isStatementNext() const
@@ -114,27 +78,26 @@ bool Player::isStatementNext() const
 int64_t Player::nextItemUs() const
 {
     if (isStatementNext())
-        return realUs(mDrive.statements[mNextStatement].atUs);
+        return mClock.realUs(mDrive.statements[mNextStatement].atUs);
     if (mNextFrame < mDrive.frames.size())
-        return realUs(mDrive.timeOf(mDrive.frames[mNextFrame]));
+        return mClock.realUs(mDrive.timeOf(mDrive.frames[mNextFrame]));
     return kNever;
 }
 
 void Player::onReady()
 {
-    if (mStartUs >= 0)
+    if (mClock.isStarted())
         return; // another life of the board
-    mStartUs = monotonicUs();
-    mHousekeeping.start(kHousekeepingMs);
+    mClock.start();
     onDeadline();
 }
 
 void Player::onStartFailed(const QString &reason)
 {
-    if (mStartUs >= 0)
+    if (mClock.isStarted())
         fail(reason);
     else
-        Q_EMIT notStarted(reason);
+        Q_EMIT broken(reason, true);
 }
 
 void Player::onHappened(const Fact &fact)
@@ -149,7 +112,9 @@ void Player::onHappened(const Fact &fact)
     takeRecords();
     if (fact.kind == Fact::Kind::Log)
         writeLog(fact.subject);
-    const int64_t now = nowUs();
+    if (mIsFinished)
+        return;
+    const int64_t now = mClock.nowUs();
     const bool isOff = fact.kind == Fact::Kind::Power && fact.value == QLatin1String("off");
     const bool isForeseen = mExpectations.isAwaited(fact.kind, fact.value);
     mTimeline.take(fact, now);
@@ -166,7 +131,7 @@ void Player::takeRecords()
 {
     if (mRecords.empty() || mIsFinished)
         return;
-    const int64_t now = nowUs();
+    const int64_t now = mClock.nowUs();
     for (const Fact &fact : mRecords)
         mTimeline.take(fact, now);
     for (const Fact &fact : mRecords)
@@ -179,44 +144,56 @@ void Player::takeRecords()
 void Player::onDeadline()
 {
     uint64_t expirations = 0;
-    while (read(mTimer, &expirations, sizeof expirations) > 0) {
-    }
+    [[maybe_unused]] const ssize_t ignored = read(mTimer, &expirations, sizeof expirations);
     if (mIsFinished)
         return;
     playDue();
-    mExpectations.advance(nowUs());
+    mExpectations.advance(mClock.nowUs());
     setDeadline();
 }
 
 void Player::onHousekeeping()
 {
-    mTimeline.advance(nowUs());
-    mExpectations.advance(nowUs());
+    if (mIsFinished || isOutputBroken() || !mClock.isStarted())
+        return;
+    mTimeline.advance(mClock.nowUs());
+    mExpectations.advance(mClock.nowUs());
     endWhenQuiet();
+}
+
+/// A full disk, or a reader that has left.
+bool Player::isOutputBroken()
+{
+    pollfd output{STDOUT_FILENO, 0, 0};
+    const bool isLeft = poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
+    if (!isLeft && mOut.status() == QTextStream::Ok)
+        return false;
+    mIsFinished = true;
+    Q_EMIT broken(
+        QStringLiteral("standard output: ") +
+            (isLeft ? QStringLiteral("nobody reads it any more") : mOut.device()->errorString()),
+        false);
+    return true;
 }
 
 void Player::playDue()
 {
-    int64_t now = nowUs();
-    for (int64_t due = nextItemUs(); due <= now; due = nextItemUs()) {
+    int64_t now = mClock.nowUs();
+    for (int64_t due = nextItemUs(); due <= now && !mIsFinished; due = nextItemUs()) {
         mWorstLatenessUs = std::max(mWorstLatenessUs, now - due);
-        playItem();
+        if (isStatementNext())
+            perform(mDrive.statements[mNextStatement++]);
+        else
+            mBoard.sendFrame(mDrive.frames[mNextFrame++]);
         if (nextItemUs() > now)
-            now = nowUs();
+            now = mClock.nowUs();
     }
-}
-
-void Player::playItem()
-{
-    if (isStatementNext())
-        perform(mDrive.statements[mNextStatement++]);
-    else
-        mBoard.sendFrame(mDrive.frames[mNextFrame++]);
 }
 
 void Player::perform(const Statement &statement)
 {
-    const QString last = statement.words.last();
+    const QString &value = statement.value;
+    const bool isOn = value == QLatin1String("on");
     switch (statement.verb) {
     case Verb::StartRenderer:
         mBoard.startRenderer();
@@ -225,34 +202,39 @@ void Player::perform(const Statement &statement)
         mBoard.killRenderer();
         break;
     case Verb::SetRendererFlag:
-        mBoard.setRendererFlag(statement.words[1], last == QLatin1String("on"));
+        mBoard.setRendererFlag(statement.subject, isOn);
         break;
     case Verb::SetBus:
-        mBoard.setBusUp(last == QLatin1String("up"));
+        mBoard.setBusUp(value == QLatin1String("up"));
         break;
-    case Verb::SetSwitch:
-        if (last == QLatin1String("click"))
-            mBoard.inputs().clickSwitch(milliseconds(statement));
-        else
-            mBoard.inputs().set(Inputs::Line::Switch, last == QLatin1String("press"));
+    case Verb::PressSwitch:
+        mBoard.inputs().pressSwitch(value == QLatin1String("press"));
+        break;
+    case Verb::ClickSwitch:
+        mBoard.inputs().clickSwitch(milliseconds(statement.spanUs));
         break;
     case Verb::BounceSwitch:
-        mBoard.inputs().bounceSwitch(milliseconds(statement));
+        mBoard.inputs().bounceSwitch(milliseconds(statement.spanUs));
         break;
     case Verb::SetLine:
-        mBoard.inputs().set(inputOf(statement), last == QLatin1String("on"));
+        mBoard.inputs().set(statement.subject, isOn);
         break;
     case Verb::SetReadable:
-        mBoard.inputs().setReadable(inputOf(statement), last == QLatin1String("readable"));
+        mBoard.inputs().setReadable(statement.subject, value == QLatin1String("readable"));
         break;
+    case Verb::SlowScripts:
     case Verb::SetScripts:
-        mBoard.setScripts(milliseconds(statement), last == QLatin1String("failing"));
+        mBoard.setScripts(milliseconds(statement.spanUs), value == QLatin1String("failing"));
         break;
     case Verb::OmitWatchdog: // was built so
+    case Verb::Pace:
     case Verb::End:
         break;
     default:
-        mExpectations.ask(statement, nowUs());
+        if (statement.isExpectation())
+            mExpectations.ask(statement, mClock.nowUs());
+        else // of the vehicle; its frames are made already
+            mTimeline.note(mClock.nowUs(), QStringLiteral("car"), statement.text);
     }
 }
 
@@ -261,7 +243,7 @@ void Player::setDeadline()
     const int64_t next = std::min(nextItemUs(), mExpectations.nextDueUs());
     itimerspec deadline = {};
     if (next != kNever) {
-        const int64_t us = mStartUs + next;
+        const int64_t us = mClock.monotonicUs(next);
         deadline.it_value.tv_sec = us / 1'000'000;
         deadline.it_value.tv_nsec = us % 1'000'000 * 1000;
     }
@@ -270,68 +252,91 @@ void Player::setDeadline()
 
 void Player::endWhenQuiet()
 {
-    const int64_t now = nowUs();
-    if (mIsFinished || nextItemUs() != kNever || now < realUs(mDrive.endUs) ||
-        mExpectations.waiting() > 0)
+    const int64_t now = mClock.nowUs();
+    if (mIsFinished || nextItemUs() != kNever || now < mClock.realUs(mDrive.endUs) ||
+        mExpectations.isWaiting())
         return;
     if (mQuietSinceUs < 0 || mBoard.isCommandRunning())
         mQuietSinceUs = now;
-    if (mBoard.isBusQuiet())
-        finish();
+    if (mBoard.bus().waiting() == 0)
+        finish(mExpectations.asked() == 0 ? Verdict::NothingExpected : Verdict::Held);
     else if (now - mQuietSinceUs > kQuietWithinUs)
         fail(QStringLiteral("the controller hangs: it has not read the bus to its end"));
+}
+
+void Player::interrupt()
+{
+    if (mIsFinished)
+        return;
+    mTimeline.note(mClock.nowUs(), QStringLiteral("board"), QStringLiteral("interrupted"), true);
+    finish(Verdict::Interrupted);
 }
 
 void Player::fail(const QString &reason)
 {
     if (mIsFinished)
         return;
-    mTimeline.note(nowUs(), QStringLiteral("board"), reason, true);
-    mIsFailed = true;
-    finish();
+    mTimeline.note(mClock.nowUs(), QStringLiteral("board"), reason, true);
+    mFailures << QStringLiteral("FAILED: ") + reason;
+    finish(Verdict::Failed);
 }
 
-void Player::finish()
+void Player::checkLost()
+{
+    const bool isExpected =
+        std::any_of(mDrive.statements.begin(), mDrive.statements.end(),
+                    [](const Statement &s) { return s.kind == Fact::Kind::Frames; });
+    if (mBoard.bus().lost() > 0 && !isExpected)
+        mFailures << QStringLiteral("FAILED: %1 frames were lost, which the drive does not expect")
+                         .arg(mBoard.bus().lost());
+}
+
+void Player::finish(Verdict verdict)
 {
     mIsFinished = true;
-    mHousekeeping.stop();
     mPowerUp.stop();
     mDeadline.setEnabled(false);
-    Timeline::Totals totals;
-    totals.figures = mBoard.figures();
-    totals.framesInLog = mDrive.frames.size() + mDrive.skipped;
-    totals.framesSkipped = mDrive.skipped;
-    totals.errorFrames = static_cast<uint64_t>(
-        std::count_if(mDrive.frames.begin(), mDrive.frames.end(),
-                      [](const BusFrame &frame) { return (frame.id & CAN_ERR_FLAG) != 0; }));
-    totals.endUs = nowUs();
-    totals.worstLatenessUs = mWorstLatenessUs;
-    totals.held = mExpectations.held();
-    totals.failed = mExpectations.failed();
-    const auto asked =
-        std::count_if(mDrive.statements.begin(), mDrive.statements.end(),
-                      [](const Statement &s) { return s.words[0] == QLatin1String("expect"); });
-    totals.notReached = static_cast<int>(asked) - totals.held - totals.failed;
-    mTimeline.summarise(totals);
+    checkLost();
+    const int64_t endUs = mClock.nowUs();
+    mTimeline.end(endUs);
+    Summary{mBoard, mDrive, mClock, mTimeline, mExpectations, endUs, mWorstLatenessUs}.print(mOut);
 
-    // Nobody may take a run for held whose report was lost.
-    const bool isHeld = !mIsFailed && totals.failed == 0 && mOut.status() == QTextStream::Ok;
-    if (!isHeld) {
-        mOut << "\nThe last lines of the controller's log:\n";
-        for (const QString &line : mBoard.lastLogLines(kLogLinesShown))
-            mOut << "  " << printable(line) << '\n';
-    }
-    mOut << "\ndrive " << (isHeld ? "held" : "FAILED") << '\n';
+    mFailures = mExpectations.failures() + mFailures;
+    if (!mFailures.isEmpty())
+        tellFailure();
+    if (verdict != Verdict::Interrupted && !mFailures.isEmpty())
+        verdict = Verdict::Failed;
+    static const QMap<Verdict, const char *> words{
+        {Verdict::Held, "held"},
+        {Verdict::NothingExpected, "played; nothing was expected of it"},
+        {Verdict::Failed, "FAILED"},
+        {Verdict::Interrupted, "interrupted"}};
+    mOut << "\ndrive " << words[verdict] << '\n';
     mOut.flush();
-    Q_EMIT finished(isHeld);
+    // Nobody may take a run for held whose report was lost.
+    if (!isOutputBroken())
+        Q_EMIT finished(verdict);
+}
+
+void Player::tellFailure()
+{
+    mOut << "\nThe last lines of the controller's log:\n";
+    for (const QString &line : mBoard.controller().lastLines(kLogLinesShown))
+        mOut << "  " << printable(line) << '\n';
+    mOut << '\n';
+    for (const QString &failure : mFailures)
+        mOut << printable(failure, 1000) << '\n';
 }
 
 void Player::writeLog(const QString &line)
 {
     if (!mLog)
         return;
-    const int64_t now = nowUs();
-    const QString time = now < 0 ? QStringLiteral("boot")
-                                 : QString::number(static_cast<double>(now) / 1e6 * mSpeed, 'f', 3);
-    mLog->write(QStringLiteral("%1  %2\n").arg(time, 9).arg(line).toUtf8());
+    const QByteArray text =
+        QStringLiteral("%1  %2\n").arg(mClock.column(mClock.nowUs()), line).toUtf8();
+    if (mLog->write(text) == text.size())
+        return;
+    const QString error = mLog->errorString();
+    mLog = nullptr;
+    fail(QStringLiteral("the log: ") + error);
 }

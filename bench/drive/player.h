@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bench/board/board.h"
+#include "bench/board/descriptor.h"
 #include "bench/drive/drivefile.h"
 #include "bench/drive/expectations.h"
 #include "bench/drive/timeline.h"
@@ -10,7 +11,7 @@
 #include <QTextStream>
 #include <QTimer>
 
-class QIODevice;
+class QFileDevice;
 
 /**
  * Plays a drive on a board: each frame and each statement at its deadline on the monotonic clock,
@@ -21,22 +22,25 @@ class Player : public QObject
     Q_OBJECT
 
 public:
+    enum class Verdict { Held, NothingExpected, Failed, Interrupted };
+    Q_ENUM(Verdict)
+
     /// @p speed: drive seconds per real second. @p log, may be null, gets each line of the
     /// controller's output behind its drive time.
     Player(Board &board, const Drive &drive, double speed, QTextStream &out, bool isColoured,
-           QIODevice *log);
-    ~Player() override;
+           QFileDevice *log);
 
-    /// Powers the board and plays as soon as it is ready. finished() or notStarted() follows.
+    /// Powers the board and plays as soon as it is ready. finished() or broken() follows.
     void run();
 
+    void interrupt(); ///< finished() follows, with the figures so far
+
 Q_SIGNALS:
-    void finished(bool isHeld);
-    void notStarted(const QString &reason); ///< one line
+    void finished(Player::Verdict verdict);
+    /// The board did not start, or nobody can read what is told; one line.
+    void broken(const QString &reason, bool isBoard);
 
 private:
-    int64_t nowUs() const; ///< real time since drive time 0, -1 before it
-    int64_t realUs(int64_t driveUs) const;
     bool isStatementNext() const;
     int64_t nextItemUs() const;
 
@@ -48,33 +52,34 @@ private:
     void onHousekeeping();
 
     void playDue();
-    void playItem();
     void perform(const Statement &statement);
     void setDeadline();
     void endWhenQuiet();
     void fail(const QString &reason);
-    void finish();
+    void checkLost();
+    void finish(Verdict verdict);
+    void tellFailure();
+    bool isOutputBroken();
     void writeLog(const QString &line);
 
     Board &mBoard;
     const Drive &mDrive;
-    const double mSpeed;
+    DriveClock mClock;
     QTextStream &mOut;
     Timeline mTimeline;
     Expectations mExpectations;
-    QIODevice *mLog;
+    QFileDevice *mLog;
 
-    const int mTimer; ///< timerfd
+    const Descriptor mTimer; ///< timerfd
     QSocketNotifier mDeadline;
     QTimer mHousekeeping;
     QTimer mRecordsDue;         ///< the burst of record fields is over
     QTimer mPowerUp;            ///< a board that lost its power gets it back
-    int64_t mStartUs = -1;      ///< monotonic time of drive time 0
     std::vector<Fact> mRecords; ///< fields of one burst, told together
     size_t mNextFrame = 0;
     size_t mNextStatement = 0;
     int64_t mWorstLatenessUs = 0;
     int64_t mQuietSinceUs = -1; ///< when everything was played and settled
-    bool mIsFailed = false;
+    QStringList mFailures;      ///< beside the expectations'
     bool mIsFinished = false;
 };

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "bench/board/board.h"
 #include "bench/board/fact.h"
+#include "bench/drive/driveclock.h"
 #include "bench/drive/tickcounts.h"
 
 #include <QMap>
@@ -20,21 +20,7 @@
 class Timeline
 {
 public:
-    struct Totals
-    {
-        Board::Figures figures;
-        uint64_t framesInLog = 0; ///< of the chosen channel
-        uint64_t framesSkipped = 0;
-        uint64_t errorFrames = 0; ///< of those in the log
-        int64_t endUs = 0;        ///< real time since drive time 0
-        int64_t worstLatenessUs = 0;
-        int held = 0;
-        int failed = 0;
-        int notReached = 0;
-    };
-
-    /// @p speed: drive seconds per real second.
-    Timeline(QTextStream &out, double speed, bool isColoured);
+    Timeline(QTextStream &out, const DriveClock &clock, bool isColoured);
 
     void note(int64_t us, const QString &what, const QString &text, bool isBad = false);
     void take(const Fact &fact, int64_t us);
@@ -42,7 +28,12 @@ public:
     /// Prints what was held back and has become due. Wanted several times a second.
     void advance(int64_t us);
 
-    void summarise(const Totals &totals);
+    /// Adds up to the end of the drive. Nothing is printed after it but what the rest needs.
+    void end(int64_t us);
+
+    int switches() const { return mSwitches; }
+    int commands() const { return mCommands; }
+    int64_t shownUs(const QString &picture) const { return mShownUs.value(picture); }
 
 private:
     void takeCommand(const QString &command, const QString &span, int64_t us);
@@ -51,11 +42,9 @@ private:
     void takeRecord(const QString &field, const QString &value, int64_t us);
     void printRecord(int64_t us);
     void countPicture(int64_t us);
-    void figure(const QString &name, const QString &value);
-    QString shareOf(const QString &picture) const;
 
     QTextStream &mOut;
-    const double mSpeed;
+    const DriveClock &mClock;
     const bool mIsColoured;
 
     TickCounts mTickCounts;
@@ -71,6 +60,7 @@ private:
     int64_t mRecordPrintedUs;
     int mLastSpeed = -1;
 
+    bool mIsFlooded = false;
     bool mIsWatchdogOpen = false;
     bool mIsFed = false;
     int64_t mFedUs = 0;

@@ -1,24 +1,43 @@
 #pragma once
 
+#include "bench/board/busframe.h"
+#include "bench/board/fact.h"
+
 #include <QString>
-#include <QStringList>
 
 #include <cstdint>
 
 /// What a drive asks for at a moment. The words behind each are tabled in words.cpp.
 enum class Verb {
+    // The vehicle; value, and spanUs for ramps.
+    SetGear,
+    SetLight,
+    SetKey,
+    SetSpeed,
+    SetAngle,
+    SetRadar,
+    SetClock, ///< subject: date, value: time
+    SetLoad,
+    SetAwake,
+    SendFrame, ///< frame; every spanUs until limitUs later
+    // The board.
     StartRenderer,
     KillRenderer,
-    SetRendererFlag,
+    SetRendererFlag, ///< subject: flag, value: "on" or "off"
     SetBus,
-    SetSwitch,
+    PressSwitch,
+    ClickSwitch,
     BounceSwitch,
-    SetLine,     ///< the ACC and lock inputs
-    SetReadable, ///< whether an input's file can be opened
+    SetLine,     ///< subject: input
+    SetReadable, ///< subject: input
+    SlowScripts,
     SetScripts,
     OmitWatchdog,
+    // The drive itself.
+    Pace, ///< from spanUs to limitUs millionths of a drive second per real one
     End,
-    ExpectState, ///< the last value of a subject: picture, gpio, record, bus, power, watchdog
+    // Expectations.
+    ExpectState, ///< the last value of a kind and subject
     ExpectEvent, ///< a command or a log line has come
     ExpectNone,  ///< no command or log line has come
     ExpectFed,   ///< the watchdog is fed
@@ -33,14 +52,21 @@ struct Statement
     int line = 0;     ///< in the file, counted from 1
     int64_t atUs = 0; ///< drive time, microseconds
     Verb verb = Verb::End;
-    QStringList words; ///< without `within` and `for`; texts without quotes and escapes
-    QString text;      ///< as written
+    Fact::Kind kind = Fact::Kind::Log; ///< what an expectation looks at
+    QString subject;
+    QString value;      ///< the last word, or the text without quotes and escapes
+    BusFrame frame;     ///< without its time stamp
+    int64_t spanUs = 0; ///< how long it takes, microseconds
     Limit limit = Limit::None;
-    int64_t spanUs = 0; ///< the seconds that were given, microseconds
+    int64_t limitUs = 0; ///< of `within` or `for`, microseconds
+    QString text;        ///< as written
+
+    bool isOfVehicle() const { return verb <= Verb::SendFrame; }
+    bool isExpectation() const { return verb >= Verb::ExpectState; }
 };
 
-/// Reads the words behind the time into @p statement: verb, words, text, limit and span. Returns
-/// what is wrong, or an empty text.
+/// Reads the words behind the time into @p statement, all but line and time. Returns what is wrong,
+/// or an empty text.
 QString parseWords(const QString &text, Statement *statement);
 
 /// Reads "12", "0.25" or "1700000000.123456" into microseconds; further digits are cut off. False
@@ -49,6 +75,3 @@ bool parseSeconds(const char *begin, const char *end, int64_t *us);
 
 /// The table of words, one row a line, for people.
 QString wordListing();
-
-/// @p text on one line: control characters replaced, long texts cut.
-QString printable(const QString &text);

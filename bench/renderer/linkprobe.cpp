@@ -1,5 +1,7 @@
 #include "bench/renderer/linkprobe.h"
 
+#include "bench/board/places.h"
+
 namespace {
 
 constexpr int kPaddingOffset = 3;
@@ -11,8 +13,8 @@ constexpr int kSmallestSegment = 32;                  // bytes: the record and t
 } // namespace
 
 LinkProbe::LinkProbe()
-    : mSegment(QStringLiteral("PvmSharedMemory5")),
-      mSemaphore(QStringLiteral("PvmSemaphore"), 1, QSystemSemaphore::Open)
+    : mSegment(QLatin1String(places::kSegmentKey)),
+      mSemaphore(QLatin1String(places::kSemaphoreKey), 1, QSystemSemaphore::Open)
 {}
 
 LinkProbe::~LinkProbe()

@@ -1,8 +1,19 @@
 #include "bench/drive/drivefile.h"
 
+#include <QTemporaryFile>
 #include <QtTest>
 
+#include <fcntl.h>
 #include <linux/can.h>
+
+/// Reads a drive's text from a file, as the bench does.
+static QString parse(const QByteArray &text, Drive *drive)
+{
+    QTemporaryFile file;
+    if (!file.open() || file.write(text) != text.size() || !file.seek(0))
+        return "no temporary file";
+    return readDrive(file.handle(), "d", "can0", drive);
+}
 
 class TestDriveFile : public QObject
 {
@@ -12,7 +23,7 @@ private Q_SLOTS:
     void refuses_data()
     {
         QTest::addColumn<QByteArray>("text"); // behind one good frame, so in line 2
-        QTest::addColumn<QString>("fault");   // behind "drive:2: "
+        QTest::addColumn<QString>("fault");   // behind "d:2: "
         const struct
         {
             const char *text, *fault;
@@ -40,22 +51,44 @@ private Q_SLOTS:
             {"at", "missing time after 'at'"},
             {"at 1. end", "'1.' is not a time in seconds"},
             {"at 1x end", "'1x' is not a time in seconds"},
-            {"at 1", "a word is missing after the time; allowed there: renderer, bus, switch, acc, "
-                     "lock, line, script, board, end, expect"},
-            {"at 1 jump", "'jump' is not allowed after the time; allowed there: renderer, bus"},
-            {"at 1 bus", "a word is missing after 'bus'; allowed there: up|down"},
+            {"at 1", "a word is missing after the time; allowed there: gear, light, key, speed, "},
+            {"at 1 jump", "'jump' is not allowed after the time; allowed there: gear, light"},
+            {"at 1 bus",
+             "a word is missing after 'bus'; allowed there: load, asleep|awake, up|down"},
+            {"at 1 gear R", "a drive plays a log or a vehicle of words, not both: see line 1"},
+            {"at 1 gear X", "'X' is not allowed after 'gear'; allowed there: P|R|N|D|undefined"},
+            {"at 1 speed 256", "'256' is not allowed after 'speed'; allowed there: SPEED"},
+            {"at 1 speed -1", "'-1' is not allowed after 'speed'"},
+            {"at 1 bus load 101", "'101' is not allowed after 'load'"},
+            {"at 1 radar 000004", "'000004' is not allowed after 'radar'"},
+            {"at 1 clock 2023-02-29 20:34", "'2023-02-29' is not allowed after 'clock'"},
+            {"at 1 clock 2023-02-28 24:00", "'24:00' is not allowed after '2023-02-28'"},
+            {"at 1 frame 413#0",
+             "'413#0' is not allowed after 'frame'; allowed there: a frame, but "
+             "odd number of hex digits in the data"},
+            {"at 1 frame 413#R", "'413#R' is not allowed after 'frame'"},
+            {"  can0  413   [1]  00", "unknown word 'can0'; a line begins with '('"},
+            {"(5.0)  can0  413   [1]  00",
+             "no '#' in frame '413'; this looks like candump without"},
             {"at 1 end 2", "'2' is not allowed after 'end'; allowed there: nothing more"},
             {"at 1 expect picture", "a word is missing after 'picture'; allowed there: PVM|DA"},
             {"at 1 expect picture DA within x", "'x' is not allowed after 'within'"},
             {"at 1 expect command \"a", "text without its closing quote"},
             {"at 1 expect command \"a\"b", "no blank behind the closing quote"},
             {"at 1 expect command a", "'a' is not allowed after 'command'; allowed there: \"TEXT"},
-            {"at 1 expect gpio x 1", "'x' is not allowed after 'gpio'; allowed there: NUMBER"},
+            {"at 1 expect gpio x 1", "'x' is not allowed after 'gpio'; allowed there: OUTPUT"},
+            {"at 1 expect gpio 999 1", "'999' is not allowed after 'gpio'"},
+            {"at 1 expect gpio 269 1", "'269' is not allowed after 'gpio'"},
             {"at 1 switch click", "a word is missing after 'click'; allowed there: SECONDS"},
             {"at 1 switch on", "'on' is not allowed after 'switch'; allowed there: press|release"},
-            {"at 1 lock acc on", "'acc' is not allowed after 'lock'; allowed there: deserializer"},
-            {"at 0 expect power off \"x\"", "a word is missing after 'x'; allowed there: within"},
-            {"at 0 board without watchdog", "a board is without watchdog from 0 on, before any"},
+            {"at 1 lock serializer on", "'lock' is not allowed after the time"},
+            {"at 0 expect power off \"x\"",
+             "'x' is not allowed after 'off'; allowed there: within"},
+            {"at 0 expect power off by fire", "'fire' is not allowed after 'by'"},
+            {"at 1 board without watchdog", "this is for the whole drive and stands at 0"},
+            {"at 1 pace 1 to 2", "this is for the whole drive and stands at 0"},
+            {"at 0 expect watchdog unfed for 1\nat 0 board without watchdog",
+             "nothing can be expected of a watchdog that the board has not"},
             {"at 2 end\nat 1 end", ""},
         };
         for (const auto &row : rows)
@@ -69,37 +102,57 @@ private Q_SLOTS:
         QFETCH(QByteArray, text);
         QFETCH(QString, fault);
         Drive drive;
-        const QString wrong = parseDrive("(1.0) can0 413#00\r\n" + text, "drive", "can0", &drive);
-        const QString expected =
-            fault.isEmpty() ? "drive:3: time runs backwards" : "drive:2: " + fault;
+        const QString wrong = parse("(1.0) can0 413#00\r\n" + text + '\n', &drive);
+        const QString expected = fault.isEmpty() ? "d:3: time runs backwards" : "d:2: " + fault;
         QVERIFY2(wrong.startsWith(expected), qPrintable(wrong));
         QVERIFY(!wrong.contains('\n'));
     }
 
-    void missesTheChannel()
+    void hasNothingToPlay()
     {
         const char *const rows[][2] = {
-            {"", "d:1: no frame of channel can0 (seen: none)"},
-            {"(1.0) can1 413#\n", "d:1: no frame of channel can0 (seen: can1)"},
+            {"", "d:1: no frame and no word: nothing to play"},
+            {"#\n(1.0) can1 413#\n",
+             "d:2: no frame of channel can0 (seen: can1; --channel can1 plays it)"},
             {"(1.0) can0 413#R\n", "d:1: channel can0 has only CAN FD and remote frames"},
+            {"\x1f\x8b\x08", "d:1: packed with gzip; play it with: zcat FILE | pvm-bench play -"},
+            {"\xef\xbb\xbf(1.0) can0 413#", "d:1: begins with a byte-order mark; save it without"},
+            {"at 1 gear R\n(1.0) can0 413#\n",
+             "d:2: a drive plays a log or a vehicle of words, not both: see line 1"},
         };
         Drive drive;
         for (const auto &row : rows)
-            QCOMPARE(parseDrive(row[0], "d", "can0", &drive), QString(row[1]));
-        QByteArray contents;
-        QVERIFY(readDriveFile("/nowhere/x", &contents).startsWith("/nowhere/x: "));
-        QCOMPARE(readDriveFile("/", &contents), QString("/: is a directory"));
+            QCOMPARE(parse(row[0], &drive), QString(row[1]));
+        QCOMPARE(readDrive(open("/", O_RDONLY), "/", "can0", &drive), QString("/: Is a directory"));
+    }
+
+    void takesWhatCandumpLeavesBehind()
+    {
+        Drive drive;
+        QCOMPARE(parse("(1.0) can0 123#\nDROPCOUNT: dropped 3 CAN frames on 'can0' socket (total "
+                       "drops 3)\n(61.0) can0 123#\n(121.1) can1 123#\n(121.1) can0 123#\n"
+                       "(121.2) can0 123##1AA\n(121.3) can0 12",
+                       &drive),
+                 QString());
+        QCOMPARE(drive.remarks.join("; "),
+                 QString("nothing for 60.1 s in front of line 5, from 60.000 on; line 7, the last, "
+                         "is cut off and left out; 1 CAN FD and remote frames of the log are "
+                         "skipped; 1 frames of other channels are left out; 1 times candump told "
+                         "of frames that it had lost; no frame has an identifier that the "
+                         "controller knows"));
+        QCOMPARE(parse("(1.0) can0 413#\n", &drive), QString());
+        QVERIFY(drive.remarks.isEmpty());
     }
 
     void reads()
     {
         Drive drive;
-        QString wrong = parseDrive(
+        QString wrong = parse(
             "#\n\nat 0.25 renderer start\nat 0.250 expect no command \"a \\\"b\\\\\" for 9\n"
             "(100.5) can0 01004501#0000000000500000 R\n(100.500001) can1 413#\n"
             "(100.600000) can0 7FF#\n(100.6) can0 123#R8\n(100.6) can0 123##1AABB\n"
-            "(100.7) can0 1FFFFFFF#0102030405060708_9\r\n  at 1 end\n(101) can0 20000088#00 T",
-            "d", "can0", &drive);
+            "(100.7) can0 1FFFFFFF#0102030405060708_9\r\n  at 1 end\n(101) can0 20000088#00 T\n",
+            &drive);
         QCOMPARE(wrong, QString("d:12: bad time stamp '(101)'"));
         QCOMPARE(drive.startUs, int64_t{100'500'000});
         QCOMPARE(drive.frames.size(), size_t{3});
@@ -110,19 +163,18 @@ private Q_SLOTS:
         QCOMPARE(int{drive.frames[1].length}, 0);
         QCOMPARE(drive.timeOf(drive.frames[2]), int64_t{200'000});
         QCOMPARE(drive.skipped, uint64_t{2});
-        QCOMPARE(drive.elsewhere, uint64_t{1});
         QVERIFY(!drive.rendererFromStart && drive.hasWatchdog);
-        QCOMPARE(drive.statements[1].words, QStringList({"expect", "no", "command", "a \"b\\"}));
-        QCOMPARE(drive.statements[1].spanUs, int64_t{9'000'000});
+        QCOMPARE(drive.statements[1].value, QString("a \"b\\"));
+        QCOMPARE(drive.statements[1].limitUs, int64_t{9'000'000});
         const char *const good = "(1.0) can0 20000088#00 T\nat 1 expect bus up for 2";
-        wrong = parseDrive(good, "d", "can0", &drive);
+        wrong = parse(good, &drive);
         QVERIFY2(wrong.isEmpty(), qPrintable(wrong));
         QCOMPARE(drive.frames[0].id, 0x88u | CAN_ERR_FLAG);
         QCOMPARE(drive.endUs, int64_t{3'000'000});
-        wrong = parseDrive("at 0 board without watchdog\n(1.0) can0 123#", "d", "can0", &drive);
+        wrong = parse("at 0 board without watchdog\nat 0 pace 0.5 to 2\n(1.0) can0 123#", &drive);
         QVERIFY(wrong.isEmpty() && !drive.hasWatchdog);
-        wrong = parseDrive("at 0.1 board without watchdog\n(1.0) can0 123#", "d", "can0", &drive);
-        QVERIFY2(wrong.startsWith("d:1: a board is without"), qPrintable(wrong));
+        QCOMPARE(drive.slowest, 0.5);
+        QCOMPARE(drive.fastest, 2.0);
     }
 };
 

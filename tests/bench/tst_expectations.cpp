@@ -6,15 +6,31 @@
 static const QMap<QString, Fact::Kind> kinds = {
     {"run", Fact::Kind::Command},       {"log", Fact::Kind::Log},
     {"gpio", Fact::Kind::Gpio},         {"picture", Fact::Kind::Picture},
-    {"watchdog", Fact::Kind::Watchdog}, {"power", Fact::Kind::Power}};
+    {"watchdog", Fact::Kind::Watchdog}, {"power", Fact::Kind::Power},
+    {"frames", Fact::Kind::Frames}};
 
 /// Plays a story of `TIME WORDS`: "? ..." is expected, "now" lets time pass, the rest happens.
 static QString verdictsOf(const QString &story, double speed)
 {
     QStringList verdicts;
-    Expectations expectations(speed, [&](const QString &text, bool held) {
+    std::vector<Statement> statements;
+    for (const QString &line : story.split("; ")) {
+        const QString words = line.section(' ', 1);
+        if (!words.startsWith('?'))
+            continue;
+        Statement statement;
+        QString fault = parseWords("expect " + words.mid(2).replace('\'', '"'), &statement);
+        if (!fault.isEmpty())
+            return fault;
+        statement.line = static_cast<int>(statements.size()) + 1;
+        statement.atUs = qRound64(line.section(' ', 0, 0).toDouble() * speed * 1e6);
+        statements.push_back(statement);
+    }
+    const DriveClock clock(speed);
+    Expectations expectations(clock, statements, [&](const QString &text, bool held) {
         verdicts << (held ? "ok " : "no ") + text.section(held ? ": ok, " : ", but ", 1);
     });
+    auto next = statements.begin();
     for (const QString &line : story.split("; ")) {
         const auto us = qRound64(line.section(' ', 0, 0).toDouble() * 1e6);
         const QString words = line.section(' ', 1), what = words.section(' ', 0, 0);
@@ -24,16 +40,11 @@ static QString verdictsOf(const QString &story, double speed)
             const QString subject = isEvent ? rest : rest.section(' ', 0, -2);
             expectations.take({kinds[what], subject, rest.section(' ', -1)}, us);
         } else if (what == "?") {
-            Statement statement;
-            QString wrong = parseWords("expect " + QString(rest).replace('\'', '"'), &statement);
-            if (!wrong.isEmpty())
-                return wrong;
-            statement.atUs = qRound64(static_cast<double>(us) * speed);
-            expectations.ask(statement, us);
+            expectations.ask(*next++, us);
         }
         expectations.advance(us);
     }
-    return verdicts.join("; ").replace('"', '\'') + (expectations.waiting() ? " waiting" : "");
+    return verdicts.join("; ").replace('"', '\'') + (expectations.isWaiting() ? " waiting" : "");
 }
 
 /// Plays a story of `MILLISECONDS KIND SUBJECT`; what is measured in it.
@@ -65,37 +76,40 @@ private Q_SLOTS:
             {"1 ? picture DA for 1; 1.5 picture DA", "no it is PVM"},
             {"1 ? gpio 150 1; 1 gpio 150 1; 1 ? gpio 150 1", "no nothing has been seen of it; ok "},
             {"1 run a; 1 run b; 2 ? command 'b'; 2 ? command 'a'",
-             "ok 1.000 s before; no nothing came"},
+             "ok 1.000 s before; no it came at 1.000, before what line 1 accounts for"},
             {"1 run a; 1 run b; 2 ? command 'a'; 2 ? no command",
-             "ok 1.000 s before; no there was 'b'"},
+             "ok 1.000 s before; no there was 'b' at 1.000"},
             {"1 ? command 'a' within 1; 1 ? command 'b' within 1; 1.2 run b; 1.3 run a",
              "ok after 0.300 s waiting"},
             {"1 ? command 'a' within 1; 1 ? no command for 1; 1.5 run a; 3 now",
              "ok after 0.500 s; ok "},
             {"1 ? command 'a' within 1; 1 ? no command for 1; 1.5 run a; 1.6 run a",
-             "ok after 0.500 s; no there was 'a'"},
+             "ok after 0.500 s; no there was 'a' at 1.600"},
             {"1 ? no command 'a' for 1; 1.5 run b; 2 now; 3 ? command 'b'",
              "ok ; ok 1.500 s before"},
-            {"1 ? no command 'a' for 1; 1.5 run a", "no there was 'a'"},
+            {"1 ? no command 'a' for 1; 1.5 run a", "no there was 'a' at 1.500"},
             {"1 ? command 'a' within 1; 1.5 run ab; 2 now", "no there was only 'ab'"},
             {"-1 run a; 1 ? no command; 1 ? command 'a'", "ok ; no nothing came"},
             {"1 ? log 'b c' within 1; 1.5 log a b c d", "ok after 0.500 s"},
-            {"1 ? no log 'b' for 1; 1.5 log abc", "no there was 'abc'"},
+            {"1 ? no log 'b' for 1; 1.5 log abc", "no there was 'abc' at 1.500"},
             {"1 ? command 'a' within 3; 1 ? command 'b' within 1; 2.5 run b; 4 now",
              "no there was only 'b'; no there was only 'b'"},
-            {"1 run a; 2 ? no command; 2 ? no command", "no there was 'a'; ok "},
+            {"1 run a; 2 ? no command; 2 ? no command", "no there was 'a' at 1.000; ok "},
             {"1 run log; 2 ? command 'log'", "ok 1.000 s before"},
             {"1 run x; 1 log y; 2 ? no command; 2 ? log 'y'",
-             "no there was 'x'; ok 1.000 s before"},
+             "no there was 'x' at 1.000; ok 1.000 s before"},
             {"1 watchdog fed; 1 ? watchdog fed within 1; 1.9 watchdog fed", "ok after 0.900 s"},
             {"1 watchdog fed; 1 ? watchdog fed within 1; 2 now", "no it was not"},
             {"1 ? watchdog unfed for 2; 2.9 watchdog fed", "no it was fed"},
             {"1 watchdog opened; 1 watchdog fed; 1 ? watchdog opened", "ok "},
             {"1 picture DA; 2 power on; 3 ? picture PVM", "ok "},
-            {"1 ? power off 'reboot' within 2; 2 power reboot off", "ok after 1.000 s"},
-            {"1 ? power off 'reboot' within 2; 2 power watchdog off; 2 power on; 3 now",
+            {"1 ? power off by reboot within 2; 2 power reboot off", "ok after 1.000 s"},
+            {"1 ? power off by reboot within 2; 2 power watchdog off; 2 power on; 3 now",
              "no it is watchdog"},
             {"1 ? power off within 2; 2 power watchdog off", "ok after 1.000 s"},
+            {"1 ? log 'x' within 1; 1.5 log y; 2 now", "no no such line came"},
+            {"1 ? frames lost; 2 frames lost; 3 power on; 3 ? frames lost",
+             "no nothing has been seen of it; ok "},
         };
         for (const auto &row : rows)
             QTest::newRow(row[0]) << row[0] << row[1];

@@ -2,17 +2,22 @@
 
 #include "bench/board/busframe.h"
 
+#include <QByteArray>
 #include <QString>
 
 /// Takes one line of a `candump -L` log apart, from left to right.
 class FrameLine
 {
 public:
-    /// The line begins with '(' and has no blanks at its ends.
+    /// The line has no blanks at its ends.
     FrameLine(const char *begin, const char *end) : p(begin), mEnd(end) {}
 
-    /// Fills the members below. Returns what is wrong, or an empty text.
+    /// The whole line: "(STAMP) CHANNEL FRAME". Fills the members below. Returns what is wrong, or
+    /// an empty text.
     QString read();
+
+    /// The same of "FRAME" alone, such as 413#0102.
+    QString readFrame();
 
     BusFrame frame;
     const char *channel = nullptr; ///< within the line, channelLength characters
@@ -36,3 +41,6 @@ private:
     const char *p;
     const char *mEnd;
 };
+
+/// The line that `candump -L` writes for a frame, with its end.
+QByteArray candumpLine(const BusFrame &frame, const QByteArray &channel);

@@ -1,8 +1,10 @@
-#include "bench/drive/frameline.h"
+#include "bench/drive/candump.h"
 
+#include "bench/board/printable.h"
 #include "bench/drive/words.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <linux/can.h>
 
 namespace {
@@ -38,15 +40,18 @@ QString quoted(const char *begin, const char *end)
 
 QString FrameLine::read()
 {
-    using Step = QString (FrameLine::*)();
-    for (const Step step :
-         {&FrameLine::readStamp, &FrameLine::readChannel, &FrameLine::readIdentifier,
-          &FrameLine::readPayload, &FrameLine::readDirection}) {
-        QString wrong = (this->*step)();
-        if (!wrong.isEmpty())
-            return wrong;
-    }
-    return {};
+    QString fault = readStamp();
+    if (fault.isEmpty())
+        fault = readChannel();
+    return fault.isEmpty() ? readFrame() : fault;
+}
+
+QString FrameLine::readFrame()
+{
+    QString fault = readIdentifier();
+    if (fault.isEmpty())
+        fault = readPayload();
+    return fault.isEmpty() ? readDirection() : fault;
 }
 
 const char *FrameLine::wordEnd() const
@@ -123,8 +128,8 @@ QString FrameLine::readPayload()
         return readRemote();
     if (p != mEnd && *p == '#')
         return readFlexibleData();
-    QString wrong = readBytes(kLargestData);
-    return wrong.isEmpty() ? readRawLength() : wrong;
+    QString fault = readBytes(kLargestData);
+    return fault.isEmpty() ? readRawLength() : fault;
 }
 
 QString FrameLine::readRemote()
@@ -180,4 +185,18 @@ QString FrameLine::readDirection()
     if (p != mEnd && isApart && (*p == 'R' || *p == 'T'))
         ++p;
     return p == mEnd ? QString() : QStringLiteral("%1 behind the frame").arg(quoted(p, mEnd));
+}
+
+QByteArray candumpLine(const BusFrame &frame, const QByteArray &channel)
+{
+    const bool isLong = (frame.id & (CAN_EFF_FLAG | CAN_ERR_FLAG)) != 0;
+    const uint32_t id = frame.id & (isLong ? CAN_ERR_FLAG | CAN_EFF_MASK : CAN_SFF_MASK);
+    char stampAndId[64];
+    snprintf(stampAndId, sizeof stampAndId,
+             isLong ? "(%lld.%06lld) %s %08X#" : "(%lld.%06lld) %s %03X#",
+             static_cast<long long>(frame.stampUs / 1'000'000),
+             static_cast<long long>(frame.stampUs % 1'000'000), channel.constData(), id);
+    return QByteArray(stampAndId) +
+           QByteArray(reinterpret_cast<const char *>(frame.data), frame.length).toHex().toUpper() +
+           '\n';
 }
