@@ -19,13 +19,7 @@ long writeByte(int fd, char byte)
 
 WatchDogControl *WatchDogControl::instance = nullptr;
 
-WatchDogControl::WatchDogControl(QObject *parent)
-    : QObject(parent),
-      mWdtFd(-1),
-      mIsIntWdgOn(false),
-      mFeedCount(0),
-      mIsWdgFeedOn(true),
-      mIsAvmRunning(true)
+WatchDogControl::WatchDogControl(QObject *parent) : QObject(parent)
 {
     connect(&mWDTTimer, SIGNAL(timeout()), this, SLOT(on_WDTTimerOut()));
 }

@@ -9,19 +9,7 @@
 SharedMemoryControl *gFakeLink = nullptr;
 
 SharedMemoryControl::SharedMemoryControl(bool isCreator, QObject *parent)
-    : QObject(parent),
-      mSemaphore(nullptr),
-      mIsCreator(isCreator),
-      mIsShareMemInitOk(true),
-      mShareMemThread(nullptr),
-      mRunTimer(nullptr),
-      mIsDeviceDataChanged(false),
-      mIsSlogEnable(false),
-      mIsAVMInited(false),
-      mIsTurnSwitchEnable(false),
-      mAVMRunCount(1),
-      mAVMStallCount(0),
-      mIsAVMStopped(false)
+    : QObject(parent), mIsCreator(isCreator), mIsTurnSwitchEnable(false)
 {
     effects::add(QStringLiteral("link %1").arg(isCreator ? "created" : "peer"));
     gFakeLink = this;
