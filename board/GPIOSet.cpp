@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "board/GPIOSet.h"
 
 #include <cstdio>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "board/serdescontrol.h"
 
 #include "board/GPIOSet.h"

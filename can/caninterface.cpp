@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "can/caninterface.h"
 
 #include "common/runcommand.h"

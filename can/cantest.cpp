@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "can/cantest.h"
 
 #include "can/caninterface.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "devicedata/sharedmemorycontrol.h"
 
 #include "devicedata/devicedatasmanager.h"

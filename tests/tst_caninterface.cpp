@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "can/caninterface.h"
 #include "tests/seam/effects.h"
 #include "tests/seam/fakecan.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "can/caninterface.h"
 #include "can/cantest.h"
 #include "tests/seam/effects.h"

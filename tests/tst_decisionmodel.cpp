@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A second telling of the picture decision, played against the controller with the same random
 // events. It is written from docs/picture-decision.md, not from the controller. PVM_TEST_SEED plays
 // the events of an earlier run again.

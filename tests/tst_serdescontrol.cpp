@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "board/serdescontrol.h"
 #include "tests/seam/effects.h"
 #include "tests/seam/stories.h"

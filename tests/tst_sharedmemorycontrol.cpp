@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The link is made of named objects that the whole system shares: each case runs as a process of
 // its own inside a private IPC namespace and /tmp.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "board/simutouch.h"
 #include "tests/seam/effects.h"
 

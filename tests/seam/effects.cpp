@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/seam/effects.h"
 
 #include <QDir>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The renderer link without a renderer: the controller's own rules are tested with flags that the
 // test sets and signals that it emits. Linked in place of devicedata/sharedmemorycontrol.cpp.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/seam/vehicle.h"
 
 #include "devicedata/devicedatasmanager.h"
