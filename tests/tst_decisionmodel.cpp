@@ -131,7 +131,7 @@ struct Model
             onSpeed(value);
         else if (what == "allow" && (value == 1) != allowed)
             onAllowed(value == 1);
-        else if (what == "delay" && waiting)
+        else if (what == "fire" && waiting)
             onDelay();
         else if (what == "board")
             onClick();
@@ -166,7 +166,7 @@ private Q_SLOTS:
 };
 
 // One random event for both. Returns what it was, nothing for one that changes nothing.
-static QString playEvent(QRandomGenerator &random, Model &model, Vehicle &vehicle)
+static QString playEvent(QRandomGenerator &random, Model &model, const stories::Verbs &verbs)
 {
     static const QList<int> speeds{0, 0, 1, 14, 15, 16, 17, 18, 60, 255};
     const QList<QPair<QString, int>> events{{"gear", 1 + random.bounded(4)},
@@ -175,14 +175,13 @@ static QString playEvent(QRandomGenerator &random, Model &model, Vehicle &vehicl
                                             {"speed", speeds[random.bounded(speeds.size())]},
                                             {"board", 1},
                                             {"allow", random.bounded(2)},
-                                            {"delay", 0},
+                                            {"fire", 100},
                                             {"key", random.bounded(3)}};
     const auto &event = events[random.bounded(events.size())];
     if (!model.take(event.first, event.second))
         return QString();
-    QString step = QStringLiteral("%1 %2").arg(event.first).arg(event.second);
-    vehicle.run(step.split(' '));
-    return step;
+    verbs[event.first](stories::Words({QString::number(event.second)}));
+    return QStringLiteral("%1 %2").arg(event.first).arg(event.second);
 }
 
 void TestDecisionModel::randomEvents()
@@ -199,12 +198,14 @@ void TestDecisionModel::randomEvents()
         effects::reset();
         fakecan::reset();
         Vehicle vehicle;
+        stories::Verbs verbs = vehicle.verbs();
+        verbs["fire"] = [](const stories::Words &w) { effects::fire(w.number()); };
         Model model;
         QStringList story;
         for (int i = 0; i < kEventsOfALife; ++i) {
             effects::take();
             model.asked.clear();
-            const QString step = playEvent(random, model, vehicle);
+            const QString step = playEvent(random, model, verbs);
             if (step.isEmpty())
                 continue;
             ++played;
