@@ -12,7 +12,8 @@ namespace {
 struct Step
 {
     QString text;
-    int line; ///< in the file
+    QString effects; ///< expected
+    int line;        ///< in the file
 };
 
 struct Story
@@ -48,14 +49,22 @@ QString effectsSeen(const QRegularExpression &ignored)
     return lines.join("; ");
 }
 
+// The steps of a line: only the last has effects.
 QList<Step> stepsOf(const QString &text, int line)
 {
-    static const QRegularExpression twoCounts("^([^>]*) (\\d+)\\+(\\d+)( -> .*)?$");
-    const QRegularExpressionMatch match = twoCounts.match(text);
-    if (!match.hasMatch())
-        return {{text, line}};
-    const QString step = match.captured(1) + ' ';
-    return {{step + match.captured(2), line}, {step + match.captured(3) + match.captured(4), line}};
+    static const QRegularExpression twoCounts("^(.*) (\\d+)\\+(\\d+)$");
+    const int arrow = text.indexOf(" -> ");
+    QList<Step> steps;
+    for (const QString &step : text.left(arrow).split("; ")) {
+        const QRegularExpressionMatch match = twoCounts.match(step);
+        if (match.hasMatch())
+            steps << Step{match.captured(1) + ' ' + match.captured(2), QString(), line}
+                  << Step{match.captured(1) + ' ' + match.captured(3), QString(), line};
+        else
+            steps << Step{step, QString(), line};
+    }
+    steps.last().effects = arrow < 0 ? QString() : text.mid(arrow + 4);
+    return steps;
 }
 
 const stories::Verbs &seamVerbs()
@@ -120,7 +129,7 @@ void play(const Verbs &verbs, const QString &ignored)
     effects::take();
     QVERIFY2(!story.steps.isEmpty(), "a story without a step");
     for (const Step &step : story.steps) {
-        QStringList words = step.text.section(" -> ", 0, 0).split(' ');
+        QStringList words = step.text.split(' ');
         const bool isFirst = words[0] == "first";
         if (isFirst)
             words.removeFirst();
@@ -132,8 +141,9 @@ void play(const Verbs &verbs, const QString &ignored)
         if (isFirst)
             effects::take();
         const QString seen = effectsSeen(pattern);
-        if (QTest::currentTestFailed() || seen != step.text.section(" -> ", 1))
-            return fail(story.path, step.line, step.text + "\n  saw: " + seen);
+        if (QTest::currentTestFailed() || seen != step.effects)
+            return fail(story.path, step.line,
+                        step.text + " -> " + step.effects + "\n  saw: " + seen);
     }
 }
 

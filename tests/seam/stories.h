@@ -14,8 +14,8 @@
  *
  *     [title]
  *     verb word word -> first effect; second effect
- *     step without effect
- *     verb 6+1 -> effect        the same as verb 6, without effect, then verb 1
+ *     step without effect; another; a third -> its effect
+ *     verb 6+1 -> effect        the same as verb 6; verb 1 -> effect
  *
  * Effects are the lines of effects.h, log lines without their "log". A blank at an effect's end is
  * written \s. `$NAME = text` at the beginning of a line defines an abbreviation, `#` a comment.

@@ -109,7 +109,14 @@ stories::Verbs Vehicle::verbs()
         {"record", [](const Words &) { tellRecord(); }},
         {"distance",
          [=](const Words &w) {
-             effects::add(QString::number(controller->newCalcRadarDistance(w.number())));
+             for (const QString &word : w)
+                 effects::add(QString::number(controller->newCalcRadarDistance(word.toInt())));
          }},
-        {"kept-angle", [=](const Words &) { effects::add(QString::number(can->mAngle)); }}};
+        {"turned", [=](const Words &w) {
+             can->mAngle = w.number();
+             emitSignal(CAN_SIG_ANGLE);
+             effects::add(QStringLiteral("%1, kept %2")
+                              .arg(DeviceDatasManager::self()->deviceData().angle)
+                              .arg(can->mAngle));
+         }}};
 }
