@@ -8,7 +8,7 @@
 
 #include <QtTest>
 
-using stories::Words;
+using stories::Args;
 
 class TestCan : public QObject
 {
@@ -29,7 +29,7 @@ void TestCan::init()
 }
 
 // receive FLAGS SECONDS MICROSECONDS; FLAGS are the letters of the log, "error" an error frame.
-static QCanBusFrame flaggedFrame(const Words &w)
+static QCanBusFrame flaggedFrame(Args w)
 {
     QCanBusFrame frame(0x413, QByteArray::fromHex("0102"));
     if (w[0] == "error")
@@ -47,43 +47,37 @@ void TestCan::caninterface()
     auto can = std::make_unique<CANInterface>(nullptr);
     stories::play(
         {{"without-plugin",
-          [&](const Words &) {
+          [&](Args) {
               fakecan::isPluginPresent = false;
               fakecan::isCreateFailing = true;
               can = std::make_unique<CANInterface>(nullptr);
           }},
-         {"without-interface", [](const Words &) { fakecan::isInterfacePresent = false; }},
+         {"without-interface", [](Args) { fakecan::isInterfacePresent = false; }},
          {"open",
-          [&](const Words &w) {
-              const int result = can->openCANDevice(w[0].toUInt(), w.value(1, "500000").toUInt(),
-                                                    w.value(2, "100").toUInt());
-              effects::add(QString::number(result));
+          [&](Args w) {
+              effects::add(can->openCANDevice(w[0].toUInt(), w.value(1, "500000").toUInt(),
+                                              w.value(2, "100").toUInt()));
           }},
-         {"disconnect", [](const Words &) { fakecan::device->disconnectDevice(); }},
-         {"close", [&](const Words &) { can->closeCANDevice(); }},
+         {"disconnect", [](Args) { fakecan::device->disconnectDevice(); }},
+         {"close", [&](Args) { can->closeCANDevice(); }},
          {"state",
-          [&](const Words &) {
-              const bool isHeld = can->mCanDevice != nullptr && fakecan::device == can->mCanDevice;
+          [&](Args) {
               effects::add(QStringLiteral("index %1 status %2 device %3 filters %4")
                                .arg(can->mCanIndex)
                                .arg(can->getstatus())
-                               .arg(isHeld)
+                               .arg(can->mCanDevice != nullptr)
                                .arg(can->mFilterList.size()));
           }},
          {"send",
-          [&](const Words &) {
-              effects::add(can->sendFrame(QCanBusFrame(1, "x")) ? "sent" : "not sent");
-          }},
-         {"filter", [&](const Words &) { can->setfilter({}); }},
+          [&](Args) { effects::add(can->sendFrame(QCanBusFrame(1, "x")) ? "sent" : "not sent"); }},
+         {"filter", [&](Args) { can->setfilter({}); }},
          {"error",
-          [&](const Words &w) {
-              can->processErrors(static_cast<QCanBusDevice::CanBusError>(w.number()));
-          }},
-         {"receive", [](const Words &w) { fakecan::device->receive({flaggedFrame(w)}); }},
-         {"process", [&](const Words &) { can->processReceivedFrames(); }},
-         {"written", [&](const Words &w) { can->processFramesWritten(w.number()); }},
-         {"reset", [&](const Words &) { can->resetCANDevice(); }},
-         {"counts", [&](const Words &) {
+          [&](Args w) { can->processErrors(static_cast<QCanBusDevice::CanBusError>(w.number())); }},
+         {"receive", [](Args w) { fakecan::device->receive({flaggedFrame(w)}); }},
+         {"process", [&](Args) { can->processReceivedFrames(); }},
+         {"written", [&](Args w) { can->processFramesWritten(w.number()); }},
+         {"reset", [&](Args) { can->resetCANDevice(); }},
+         {"counts", [&](Args) {
               effects::add(QStringLiteral("%1 written %2 received")
                                .arg(can->mFramesWritten)
                                .arg(can->mFramesReceived));
@@ -104,46 +98,19 @@ static QString signalText(const CanTest &can, int id)
     return texts.value(id, QStringLiteral("signal %1").arg(id));
 }
 
-// As candump writes it, or "error", "invalid".
-static QCanBusFrame frameOf(const QString &text)
-{
-    if (text == "error" || text == "invalid")
-        return QCanBusFrame(text == "error" ? QCanBusFrame::ErrorFrame
-                                            : QCanBusFrame::InvalidFrame);
-    const QString id = text.section('#', 0, 0);
-    const QString data = text.section('#', 1);
-    QCanBusFrame frame(id.toUInt(nullptr, 16), QByteArray::fromHex(data.toLatin1()));
-    if (data == "R")
-        frame.setFrameType(QCanBusFrame::RemoteRequestFrame);
-    frame.setExtendedFrameFormat(id.size() > 3);
-    return frame;
-}
-
-// Several frames arrive at once; a number behind them says how often.
-static void receive(const Words &w)
-{
-    bool isCounted = false;
-    const int count = w.last().toInt(&isCounted);
-    for (int i = 0; i < (isCounted ? count : 1); ++i) {
-        QVector<QCanBusFrame> frames;
-        for (const QString &text : w.mid(0, isCounted ? w.size() - 1 : w.size()))
-            frames << frameOf(text);
-        fakecan::device->receive(frames);
-    }
-}
-
 // All codes of byte w[1] of frame w[0], each sent w[2] times after another gear: what is announced,
 // and for how many codes, by the first of them.
-static void sweep(CanTest &can, const Words &w)
+static void sweep(CanTest &can, Args w)
 {
     QMap<QString, QStringList> codes;
     for (int code = 0; code < 256; ++code) {
         QByteArray payload(8, static_cast<char>(0xA5));
         payload[w.number(1)] = static_cast<char>(code);
+        const QString frame = w[0] + '#' + payload.toHex();
         can.mLightStatus = can.mKeyStatus = can.mGearStatus = can.mGearCandidate = -5;
         effects::take();
         for (int i = 0; i < w.number(2); ++i)
-            fakecan::device->receive(w.number(0, 16), payload, w[0].size() > 3);
+            fakecan::device->receive({fakecan::frame(frame)});
         codes[effects::take().join(',')] << QString::number(code, 16);
     }
     for (auto it = codes.cbegin(); it != codes.cend(); ++it)
@@ -160,24 +127,35 @@ void TestCan::frames()
             [&can](unsigned char id) { effects::add(signalText(*can, id)); });
     QVERIFY(effects::take().contains("system ip link set up can0 type can bitrate 500000 "
                                      "listen-only on restart-ms 100"));
-    stories::play({{"frame", receive},
-                   {"sweep", [&](const Words &w) { sweep(*can, w); }},
-                   {"disconnect", [](const Words &) { fakecan::device->disconnectDevice(); }},
-                   {"process", [&](const Words &) { can->mCanInterface->processReceivedFrames(); }},
+    stories::play({{"frame",
+                    [](Args w) {
+                        for (int i = 0; i < w.value(1, "1").toInt(); ++i)
+                            fakecan::device->receive({fakecan::frame(w[0])});
+                    }},
+                   {"batch",
+                    [](Args w) {
+                        QVector<QCanBusFrame> frames;
+                        for (const QString &text : w)
+                            frames << fakecan::frame(text);
+                        fakecan::device->receive(frames);
+                    }},
+                   {"sweep", [&](Args w) { sweep(*can, w); }},
+                   {"disconnect", [](Args) { fakecan::device->disconnectDevice(); }},
+                   {"process", [&](Args) { can->mCanInterface->processReceivedFrames(); }},
                    {"without-device",
-                    [&](const Words &) {
+                    [&](Args) {
                         fakecan::isCreateFailing = true;
                         can = std::make_unique<CanTest>(nullptr);
                         can->onProcesscan0receivedframes();
                         effects::take();
                     }},
-                   {"values", [&](const Words &) {
+                   {"values", [&](Args) {
                         for (const int value :
                              {can->mNetworkStatus, can->mNightMode, can->mDrivingDirection,
                               can->mSpeed, can->mUnused4, can->mKeyStatus, can->mLightStatus,
                               can->mAngle, can->mUnused8, can->mLights, can->mGearStatus,
                               can->mHandBreak, can->mDoorStatus})
-                            effects::add(QString::number(value));
+                            effects::add(value);
                         for (const int id : {CAN_SIG_RADAR, CAN_SIG_DATETIME})
                             effects::add(signalText(*can, id));
                     }}});

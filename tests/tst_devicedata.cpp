@@ -9,7 +9,7 @@
 
 #include <atomic>
 
-using stories::Words;
+using stories::Args;
 
 class TestDeviceData : public QObject
 {
@@ -28,11 +28,6 @@ void TestDeviceData::singleton()
     QCOMPARE(DeviceDatasManager::self(), DeviceDatasManager::self());
     QCOMPARE(effects::take(),
              (QStringList{"log  sizeof DeviceData 28", "log DeviceDatasManager init !"}));
-}
-
-static void addNumber(int number)
-{
-    effects::add(QString::number(number));
 }
 
 // The bytes of a record whose change is one.
@@ -58,32 +53,30 @@ void TestDeviceData::record()
     DeviceDatasManager manager(nullptr);
     connect(&manager, &DeviceDatasManager::deviceDataChangedSignal,
             [] { effects::add("announced"); });
-    const auto codeOf = [](const Words &w) { return static_cast<char>(w.number()); };
+    const auto codeOf = [](Args w) { return static_cast<char>(w.number()); };
     stories::play(
-        {{"get", [](const Words &w) { addNumber(getBits(w.number(), w.number(1), w.number(2))); }},
+        {{"get", [](Args w) { effects::add(getBits(w.number(), w.number(1), w.number(2))); }},
          {"set",
-          [](const Words &w) {
-              addNumber(setBits(w.number(), w.number(1), w.number(2), w.number(3)));
-          }},
-         {"counting-bytes", [](const Words &) { effects::add(countingBytes()); }},
-         {"length", [](const Words &) { addNumber(getDeviceDataLen()); }},
-         {"speed", [&](const Words &w) { manager.setSpeed(w.number()); }},
-         {"key", [&](const Words &w) { manager.setKeyStaus(codeOf(w)); }},
-         {"light", [&](const Words &w) { manager.setLightStatus(codeOf(w)); }},
-         {"angle", [&](const Words &w) { manager.setAngle(w.number()); }},
-         {"gear", [&](const Words &w) { manager.setGear(codeOf(w)); }},
-         {"radar", [&](const Words &w) { manager.setRadar(w.number()); }},
+          [](Args w) { effects::add(setBits(w.number(), w.number(1), w.number(2), w.number(3))); }},
+         {"counting-bytes", [](Args) { effects::add(countingBytes()); }},
+         {"length", [](Args) { effects::add(getDeviceDataLen()); }},
+         {"speed", [&](Args w) { manager.setSpeed(w.number()); }},
+         {"key", [&](Args w) { manager.setKeyStaus(codeOf(w)); }},
+         {"light", [&](Args w) { manager.setLightStatus(codeOf(w)); }},
+         {"angle", [&](Args w) { manager.setAngle(w.number()); }},
+         {"gear", [&](Args w) { manager.setGear(codeOf(w)); }},
+         {"radar", [&](Args w) { manager.setRadar(w.number()); }},
          {"bytes",
-          [&](const Words &) {
+          [&](Args) {
               QByteArray bytes(28, 0);
               manager.structToCharArray(bytes.data());
               const DeviceData copy = manager.deviceData();
               const bool isSame = memcmp(&copy, bytes.constData(), sizeof copy) == 0;
               effects::add(isSame ? bytes.toHex() : "the copy differs");
           }},
-         {"send", [&](const Words &) { manager.handleSendDataChanged(); }},
-         {"receive", [&](const Words &) { addNumber(manager.handleRcvDataChanged()); }},
-         {"take", [&](const Words &w) {
+         {"send", [&](Args) { manager.handleSendDataChanged(); }},
+         {"receive", [&](Args) { effects::add(manager.handleRcvDataChanged()); }},
+         {"take", [&](Args w) {
               const QByteArray bytes = QByteArray::fromHex(w[0].toLatin1());
               manager.charArrayToStruct(bytes.constData(), bytes.size());
           }}});

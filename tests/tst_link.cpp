@@ -17,13 +17,13 @@
 
 #include <atomic>
 
-using stories::Words;
+using stories::Args;
 
-// Qt's event queue and QThread::wait() order these, which the thread sanitizer cannot see in a
-// library that is not instrumented.
+// QThread::wait() orders this, which the thread sanitizer cannot see in a library that is not
+// instrumented.
 extern "C" const char *__tsan_default_suppressions()
 {
-    return "race:PendingExchange\nrace:~SharedMemoryControl";
+    return "race:~SharedMemoryControl";
 }
 
 // Semaphore and lock of the link, told when a story asks for it, and failing on request. The
@@ -31,6 +31,7 @@ extern "C" const char *__tsan_default_suppressions()
 static std::atomic<bool> gLocksAreTold{false};
 static std::atomic<bool> gAcquireFails{false};
 static std::atomic<bool> gLockFails{false};
+static std::atomic<bool> gIsExchangeDone{false};
 
 static void tellLock(const QString &what)
 {
@@ -88,68 +89,6 @@ bool __wrap__ZN13QSharedMemory6unlockEv(QSharedMemory *segment)
 
 } // extern "C"
 
-/// A link whose exchanges the test calls for, on its own thread. Its timers never fire here.
-class Link
-{
-public:
-    explicit Link(bool isCreator) : control(new SharedMemoryControl(isCreator, nullptr))
-    {
-        QObject::connect(control, &SharedMemoryControl::avmInitOkSignal,
-                         [] { effects::add("initialised"); });
-        QObject::connect(control, &SharedMemoryControl::turnSwitchSignal,
-                         [] { effects::add("turn switch"); });
-        QObject::connect(control, &SharedMemoryControl::avmStopSignal,
-                         [](bool stopped) { effects::add(stopped ? "stopped" : "runs"); });
-        QMetaObject::invokeMethod(
-            control, [] {}, Qt::BlockingQueuedConnection); // it has started
-    }
-
-    ~Link() { delete control; }
-
-    void exchange(int count = 1, const char *slot = "on_runTimerOut") const
-    {
-        for (int i = 0; i < count; ++i)
-            QMetaObject::invokeMethod(control, slot, Qt::BlockingQueuedConnection);
-    }
-
-    void endItself()
-    {
-        QSignalSpy spy(control->thread(), SIGNAL(destroyed()));
-        control->deleteLater();
-        control = nullptr;
-        effects::add(QTest::qWaitFor([&spy] { return spy.size() == 1; }, 10000) ? "thread ended"
-                                                                                : "thread runs");
-    }
-
-    SharedMemoryControl *control;
-};
-
-/// An exchange that somebody holds up.
-class PendingExchange
-{
-public:
-    explicit PendingExchange(const Link &link)
-    {
-        mContext.moveToThread(link.control->thread());
-        QMetaObject::invokeMethod(link.control, "on_runTimerOut", Qt::QueuedConnection);
-        QMetaObject::invokeMethod(
-            &mContext, [this] { mIsDone = true; }, Qt::QueuedConnection);
-    }
-
-    bool isWaiting() const
-    {
-        return !QTest::qWaitFor([this] { return mIsDone.load(); }, 50);
-    }
-    bool ends() const
-    {
-        return QTest::qWaitFor([this] { return mIsDone.load(); }, 10000);
-    }
-
-private:
-    std::atomic<bool> mIsDone{false};
-    QObject mContext;
-};
-
 class TestLink : public QObject
 {
     Q_OBJECT
@@ -177,84 +116,112 @@ static std::unique_ptr<QProcess> startAndHear(const QString &program, const QStr
     return process;
 }
 
+// A link that has started on its own thread. Its timers never fire here.
+static std::unique_ptr<SharedMemoryControl> makeLink(bool isCreator)
+{
+    auto link = std::make_unique<SharedMemoryControl>(isCreator, nullptr);
+    QObject::connect(link.get(), &SharedMemoryControl::avmInitOkSignal,
+                     [] { effects::add("initialised"); });
+    QObject::connect(link.get(), &SharedMemoryControl::turnSwitchSignal,
+                     [] { effects::add("turn switch"); });
+    QObject::connect(link.get(), &SharedMemoryControl::avmStopSignal,
+                     [](bool stopped) { effects::add(stopped ? "stopped" : "runs"); });
+    QMetaObject::invokeMethod(
+        link.get(), [] {}, Qt::BlockingQueuedConnection);
+    return link;
+}
+
+static bool isExchangeDone(int ms)
+{
+    return QTest::qWaitFor([] { return gIsExchangeDone.load(); }, ms);
+}
+
 void TestLink::link()
 {
     effects::reset();
     effects::recordTimers(true);
     DeviceDatasManager::self();
-    std::unique_ptr<Link> link;
-    std::unique_ptr<PendingExchange> pending;
+    std::unique_ptr<SharedMemoryControl> link;
     std::unique_ptr<QProcess> process;
     QSharedMemory segment("PvmSharedMemory5");
-    const auto setByte = [&segment](const Words &w) {
+    const auto setByte = [&segment](Args w) {
         static_cast<char *>(segment.data())[w.number()] = static_cast<char>(w.number(1, 16));
     };
     stories::play(
-        {{"link", [&](const Words &w) { link = std::make_unique<Link>(w[0] == "creator"); }},
-         {"end", [&](const Words &) { link.reset(); }},
-         {"end-itself", [&](const Words &) { link->endItself(); }},
-         {"thread", [&](const Words &) { effects::add(link->control->thread()->objectName()); }},
-         {"exchange", [&](const Words &w) { link->exchange(w.value(0, "1").toInt()); }},
-         {"changed", [&](const Words &) { link->exchange(1, "on_DeviceDataChanged"); }},
-         {"locks", [](const Words &) { gLocksAreTold = true; }},
+        {{"link", [&](Args w) { link = makeLink(w[0] == "creator"); }},
+         {"end", [&](Args) { link.reset(); }},
+         {"end-itself",
+          [&](Args) {
+              QSignalSpy spy(link->thread(), SIGNAL(destroyed()));
+              link.release()->deleteLater();
+              QVERIFY(QTest::qWaitFor([&spy] { return spy.size() == 1; }, 10000));
+          }},
+         {"thread", [&](Args) { effects::add(link->thread()->objectName()); }},
+         {"exchange",
+          [&](Args w) {
+              for (int i = 0; i < w.value(0, "1").toInt(); ++i)
+                  QMetaObject::invokeMethod(link.get(), "on_runTimerOut",
+                                            Qt::BlockingQueuedConnection);
+          }},
+         {"changed",
+          [&](Args) {
+              QMetaObject::invokeMethod(link.get(), "on_DeviceDataChanged",
+                                        Qt::BlockingQueuedConnection);
+          }},
+         {"locks", [](Args) { gLocksAreTold = true; }},
          {"failing",
-          [](const Words &w) {
+          [](Args w) {
               gAcquireFails = w[0] == "acquire";
               gLockFails = w[0] == "lock";
           }},
-         {"stranger", [&](const Words &w) { QVERIFY(segment.create(w.number())); }},
-         {"attach", [&](const Words &) { QVERIFY(segment.attach()); }},
+         {"stranger", [&](Args w) { QVERIFY(segment.create(w.number())); }},
+         {"attach", [&](Args) { QVERIFY(segment.attach()); }},
          {"byte", setByte},
          {"bytes",
-          [&](const Words &) {
+          [&](Args) {
               const QByteArray bytes(static_cast<const char *>(segment.constData()),
                                      segment.size());
               effects::add(bytes.toHex());
           }},
-         {"hold", [&](const Words &) { QVERIFY(segment.lock()); }},
-         {"let-go", [&](const Words &) { QVERIFY(segment.unlock()); }},
+         {"hold", [&](Args) { QVERIFY(segment.lock()); }},
+         {"let-go", [&](Args) { QVERIFY(segment.unlock()); }},
          {"held-up",
-          [&](const Words &) {
-              pending = std::make_unique<PendingExchange>(*link);
-              QVERIFY(pending->isWaiting());
+          [&](Args) {
+              gIsExchangeDone = false;
+              QMetaObject::invokeMethod(link.get(), "on_runTimerOut", Qt::QueuedConnection);
+              QMetaObject::invokeMethod(
+                  link.get(), [] { gIsExchangeDone = true; }, Qt::QueuedConnection);
+              QVERIFY(!isExchangeDone(50));
           }},
-         {"goes-on", [&](const Words &) { QVERIFY(pending->ends()); }},
+         {"goes-on", [](Args) { QVERIFY(isExchangeDone(10000)); }},
          {"controller",
-          [&](const Words &) {
-              process = startAndHear(ownProgram, {"be-a-controller"}, "", "ready");
-          }},
+          [&](Args) { process = startAndHear(ownProgram, {"be-a-controller"}, "", "ready"); }},
          {"renderer",
-          [&](const Words &) { process = startAndHear(rendererProgram, {}, "hold\n", "holding"); }},
+          [&](Args) { process = startAndHear(rendererProgram, {}, "hold\n", "holding"); }},
          {"kill",
-          [&](const Words &) {
+          [&](Args) {
               process->kill();
               QVERIFY(process->waitForFinished(10000));
           }},
          {"gear",
-          [](const Words &w) {
-              DeviceDatasManager::self()->setGear(static_cast<char>(w.number()));
-          }},
-         {"record",
-          [](const Words &) {
-              effects::add(QString::number(DeviceDatasManager::self()->deviceData().gear));
-          }},
+          [](Args w) { DeviceDatasManager::self()->setGear(static_cast<char>(w.number())); }},
+         {"record", [](Args) { effects::add(DeviceDatasManager::self()->deviceData().gear); }},
          {"flags",
-          [&](const Words &) {
+          [&](Args) {
               effects::add(QStringLiteral("%1 %2 %3 %4")
-                               .arg(link->control->getAVMRunCount())
-                               .arg(link->control->getIsTurnSwitchEnable())
-                               .arg(link->control->getIsAVMInited())
-                               .arg(link->control->getIsSlogEnable()));
+                               .arg(link->getAVMRunCount())
+                               .arg(link->getIsTurnSwitchEnable())
+                               .arg(link->getIsAVMInited())
+                               .arg(link->getIsSlogEnable()));
           }},
-         {"run-count", [&](const Words &w) { link->control->setAVMRunCount(w.number()); }},
-         {"turn-switch", [&](const Words &w) { link->control->setIsTurnSwitchEnable(w.isOn()); }},
-         {"initialised", [&](const Words &w) { link->control->setIsAVMInited(w.isOn()); }},
-         {"slog", [&](const Words &w) { link->control->setIsSlogEnable(w.isOn()); }},
-         {"dump-nothing",
-          [&](const Words &w) { link->control->logCharArray(nullptr, w.number()); }},
-         {"beat", [&](const Words &w) {
+         {"run-count", [&](Args w) { link->setAVMRunCount(w.number()); }},
+         {"turn-switch", [&](Args w) { link->setIsTurnSwitchEnable(w.isOn()); }},
+         {"initialised", [&](Args w) { link->setIsAVMInited(w.isOn()); }},
+         {"slog", [&](Args w) { link->setIsSlogEnable(w.isOn()); }},
+         {"dump-nothing", [&](Args w) { link->logCharArray(nullptr, w.number()); }},
+         {"beat", [&](Args w) {
               for (int i = 0; i < w.number(); ++i)
-                  link->control->updatemAVMRunCount();
+                  link->updatemAVMRunCount();
           }}});
 }
 

@@ -17,7 +17,7 @@
 #include <QThread>
 #include <QtTest>
 
-using stories::Words;
+using stories::Args;
 
 class TestStart : public QObject
 {
@@ -29,7 +29,7 @@ private Q_SLOTS:
 };
 
 // A class's own signals and slots, in their order: connections are made by these words.
-static void tellMembers(const Words &w)
+static void tellMembers(Args w)
 {
     for (const QMetaObject *type :
          {&PvmMain::staticMetaObject, &CANInterface::staticMetaObject, &CanTest::staticMetaObject,
@@ -61,13 +61,10 @@ void TestStart::start()
     Vehicle vehicle;
     stories::Verbs verbs = vehicle.verbs();
     const QStringList made = effects::take();
-    verbs["made"] = [&](const Words &) { tellAgain(made); };
-    verbs["run"] = [&](const Words &) { vehicle.controller->run(); };
-    verbs["frame"] = [](const Words &w) {
-        fakecan::device->receive(w[0].toUInt(nullptr, 16), QByteArray::fromHex(w[1].toLatin1()),
-                                 true);
-    };
-    verbs["end"] = [&](const Words &) {
+    verbs["made"] = [&](Args) { tellAgain(made); };
+    verbs["run"] = [&](Args) { vehicle.controller->run(); };
+    verbs["frame"] = [](Args w) { fakecan::device->receive({fakecan::frame(w[0])}); };
+    verbs["end"] = [&](Args) {
         vehicle.controller.reset();
         effects::add(gFakeLink != nullptr ? "the link lives" : "the link is gone");
     };

@@ -8,6 +8,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <type_traits>
 
 /**
  * Where the controller touches the world, recorded as one ordered list of lines.
@@ -30,6 +31,11 @@ QStringList take();
 
 /// Adds a line of the test's own, for example for a signal.
 void add(const QString &line);
+template <typename Number, typename = std::enable_if_t<std::is_integral<Number>::value>>
+void add(Number number)
+{
+    add(QString::number(number));
+}
 
 /// Timers are only worth a line where their interval is the point.
 void recordTimers(bool on);

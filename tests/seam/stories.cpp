@@ -69,18 +69,15 @@ QList<Step> stepsOf(const QString &text, int line)
 
 const stories::Verbs &seamVerbs()
 {
-    using stories::Words;
+    using stories::Args;
     static const stories::Verbs verbs{
-        {"file", [](const Words &w) { effects::setFile(w[0], w.text(1).toLatin1()); }},
+        {"file", [](Args w) { effects::setFile(w[0], w.text(1).toLatin1()); }},
         {"fail",
-         [](const Words &w) {
-             effects::onWrite = [w](const QByteArray &) { return w[0] == "none"; };
-         }},
-        {"timers", [](const Words &) { effects::recordTimers(true); }},
-        {"fire", [](const Words &w) { effects::fire(w.number()); }},
-        {"now", [](const Words &w) {
-             effects::now = QDateTime::fromString(w[0] + w[1], "yyyy-MM-ddhh:mm:ss");
-         }}};
+         [](Args w) { effects::onWrite = [w](const QByteArray &) { return w[0] == "none"; }; }},
+        {"timers", [](Args) { effects::recordTimers(true); }},
+        {"fire", [](Args w) { effects::fire(w.number()); }},
+        {"now",
+         [](Args w) { effects::now = QDateTime::fromString(w[0] + w[1], "yyyy-MM-ddhh:mm:ss"); }}};
     return verbs;
 }
 

@@ -36,7 +36,8 @@ public:
     QString text(int from) const { return mid(from).join(' ').replace("\\n", "\n"); }
 };
 
-using Verbs = QHash<QString, std::function<void(const Words &)>>;
+using Args = const Words &;
+using Verbs = QHash<QString, std::function<void(Args)>>;
 
 /// Fills the table of the function @p name: call it in that function's _data.
 void load(const char *name);

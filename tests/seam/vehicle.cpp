@@ -7,7 +7,7 @@
 #include "tests/seam/effects.h"
 #include "tests/seam/fakelink.h"
 
-using stories::Words;
+using stories::Args;
 
 namespace {
 
@@ -58,65 +58,64 @@ stories::Verbs Vehicle::verbs()
     };
     // A value that the decoder has taken, told to the controller.
     const auto taken = [=](CanSignalId id, int CanTest::*member) {
-        return [=](const Words &w) {
+        return [=](Args w) {
             can->*member = w.number();
             emitSignal(id);
         };
     };
-    return {
-        {"network", taken(CAN_SIG_NETWORK, &CanTest::mNetworkStatus)},
-        {"night", taken(CAN_SIG_NIGHT, &CanTest::mNightMode)},
-        {"direction", taken(CAN_SIG_DRIVING_DIRECTION, &CanTest::mDrivingDirection)},
-        {"speed", taken(CAN_SIG_SPEED, &CanTest::mSpeed)},
-        {"key", taken(CAN_SIG_KEY_STATUS, &CanTest::mKeyStatus)},
-        {"light", taken(CAN_SIG_LIGHT_STATUS, &CanTest::mLightStatus)},
-        {"angle", taken(CAN_SIG_ANGLE, &CanTest::mAngle)},
-        {"lights", taken(CAN_SIG_LIGHTS, &CanTest::mLights)},
-        {"gear", taken(CAN_SIG_GEAR, &CanTest::mGearStatus)},
-        {"brake", taken(CAN_SIG_HAND_BREAK, &CanTest::mHandBreak)},
-        {"door", taken(CAN_SIG_DOOR, &CanTest::mDoorStatus)},
-        {"radar",
-         [=](const Words &w) {
-             can->mRadarStatus = w[0].toULongLong(nullptr, 16);
-             emitSignal(CAN_SIG_RADAR);
-         }},
-        {"clock",
-         [=](const Words &w) {
-             can->mCanDate = w[0].toLongLong();
-             can->mCanTime = w[1].toLongLong();
-             emitSignal(CAN_SIG_DATETIME);
-         }},
-        {"signal", [=](const Words &w) { emitSignal(w.number()); }},
-        {"flag", [](const Words &w) { gFakeLink->setIsTurnSwitchEnable(w.isOn()); }},
-        {"allow",
-         [](const Words &w) {
-             gFakeLink->setIsTurnSwitchEnable(w.isOn());
-             Q_EMIT gFakeLink->turnSwitchSignal();
-         }},
-        {"init",
-         [](const Words &w) {
-             gFakeLink->setIsAVMInited(w.isOn());
-             Q_EMIT gFakeLink->avmInitOkSignal();
-         }},
-        {"renderer", [](const Words &w) { Q_EMIT gFakeLink->avmStopSignal(w[0] == "stopped"); }},
-        {"ask", [=](const Words &w) { controller->toSwitchVideo(w.number()); }},
-        {"board", [=](const Words &w) { controller->onPhySwitchTriggerSlot(w.number()); }},
-        {"tick",
-         [](const Words &w) {
-             for (int i = 0; i < w.number(); ++i)
-                 effects::fire(10);
-         }},
-        {"record", [](const Words &) { tellRecord(); }},
-        {"distance",
-         [=](const Words &w) {
-             for (const QString &word : w)
-                 effects::add(QString::number(controller->newCalcRadarDistance(word.toInt())));
-         }},
-        {"turned", [=](const Words &w) {
-             can->mAngle = w.number();
-             emitSignal(CAN_SIG_ANGLE);
-             effects::add(QStringLiteral("%1, kept %2")
-                              .arg(DeviceDatasManager::self()->deviceData().angle)
-                              .arg(can->mAngle));
-         }}};
+    return {{"network", taken(CAN_SIG_NETWORK, &CanTest::mNetworkStatus)},
+            {"night", taken(CAN_SIG_NIGHT, &CanTest::mNightMode)},
+            {"direction", taken(CAN_SIG_DRIVING_DIRECTION, &CanTest::mDrivingDirection)},
+            {"speed", taken(CAN_SIG_SPEED, &CanTest::mSpeed)},
+            {"key", taken(CAN_SIG_KEY_STATUS, &CanTest::mKeyStatus)},
+            {"light", taken(CAN_SIG_LIGHT_STATUS, &CanTest::mLightStatus)},
+            {"angle", taken(CAN_SIG_ANGLE, &CanTest::mAngle)},
+            {"lights", taken(CAN_SIG_LIGHTS, &CanTest::mLights)},
+            {"gear", taken(CAN_SIG_GEAR, &CanTest::mGearStatus)},
+            {"brake", taken(CAN_SIG_HAND_BREAK, &CanTest::mHandBreak)},
+            {"door", taken(CAN_SIG_DOOR, &CanTest::mDoorStatus)},
+            {"radar",
+             [=](Args w) {
+                 can->mRadarStatus = w[0].toULongLong(nullptr, 16);
+                 emitSignal(CAN_SIG_RADAR);
+             }},
+            {"clock",
+             [=](Args w) {
+                 can->mCanDate = w[0].toLongLong();
+                 can->mCanTime = w[1].toLongLong();
+                 emitSignal(CAN_SIG_DATETIME);
+             }},
+            {"signal", [=](Args w) { emitSignal(w.number()); }},
+            {"flag", [](Args w) { gFakeLink->setIsTurnSwitchEnable(w.isOn()); }},
+            {"allow",
+             [](Args w) {
+                 gFakeLink->setIsTurnSwitchEnable(w.isOn());
+                 Q_EMIT gFakeLink->turnSwitchSignal();
+             }},
+            {"init",
+             [](Args w) {
+                 gFakeLink->setIsAVMInited(w.isOn());
+                 Q_EMIT gFakeLink->avmInitOkSignal();
+             }},
+            {"renderer", [](Args w) { Q_EMIT gFakeLink->avmStopSignal(w[0] == "stopped"); }},
+            {"ask", [=](Args w) { controller->toSwitchVideo(w.number()); }},
+            {"board", [=](Args w) { controller->onPhySwitchTriggerSlot(w.number()); }},
+            {"tick",
+             [](Args w) {
+                 for (int i = 0; i < w.number(); ++i)
+                     effects::fire(10);
+             }},
+            {"record", [](Args) { tellRecord(); }},
+            {"distance",
+             [=](Args w) {
+                 for (const QString &word : w)
+                     effects::add(QString::number(controller->newCalcRadarDistance(word.toInt())));
+             }},
+            {"turned", [=](Args w) {
+                 can->mAngle = w.number();
+                 emitSignal(CAN_SIG_ANGLE);
+                 effects::add(QStringLiteral("%1, kept %2")
+                                  .arg(DeviceDatasManager::self()->deviceData().angle)
+                                  .arg(can->mAngle));
+             }}};
 }
