@@ -17,18 +17,10 @@ class TestDeviceData : public QObject
 
 private Q_SLOTS:
     void init() { effects::reset(); }
-    void singleton();
     void record_data() { stories::load("record"); }
     void record();
     void copiesStayWhole();
 };
-
-void TestDeviceData::singleton()
-{
-    QCOMPARE(DeviceDatasManager::self(), DeviceDatasManager::self());
-    QCOMPARE(effects::take(),
-             (QStringList{"log  sizeof DeviceData 28", "log DeviceDatasManager init !"}));
-}
 
 // The bytes of a record whose change is one.
 static QString countingBytes()
