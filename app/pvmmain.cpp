@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
+
 #include "app/pvmmain.h"
 
 #include "board/serdescontrol.h"
 #include "board/watchdogcontrol.h"
 #include "can/cantest.h"
+#include "common/runcommand.h"
 #include "devicedata/devicedatasmanager.h"
 #include "devicedata/sharedmemorycontrol.h"
 
@@ -10,42 +13,40 @@
 #include <QDebug>
 #include <QThread>
 
-#include <cstdlib>
-
 namespace {
 
-enum Gear { kNoGear = 0, kGearP = 1, kGearR = 2, kGearN = 3, kGearD = 4 };
-enum BoardEvent { kShortClick = 1, kAccHeldHigh = 3 };
 enum PictureRequest { kToDA = 0, kToPVM = 1, kToPVMWhenInited = 100 };
 
-constexpr int kIgnitionOn = 2;
 constexpr int kQuitRvcDelayMs = 100;
 constexpr int kLargestRequestAtOnce = 10; // above it the request waits for the renderer
 
-constexpr int kSpeedLimit = 15;      // rising above it takes PVM away
-constexpr int kSpeedKeepingOut = 16; // above it PVM is not kept after a turn or reverse
+constexpr int kSpeedLimit = 15;     // rising above it takes PVM away
+constexpr int kStaySpeedLimit = 16; // up to it PVM may stay after a turn or reverse
 
 // Steering words count from 0 to one side and down from 65535 to the other.
 constexpr int kAngleLimit = 4230;
 constexpr int kAngleMiddle = 32768;
-constexpr int kAngleLimitOtherSide = 61310;
-constexpr int kLargestAngle = 2838; // what the limit itself scales to
+constexpr int kAngleLimitOtherSide = 61311;
+constexpr int kAngleWordEnd = 65535;
+constexpr int kAngleWordsPer100Steps = 4864;
+constexpr int kAngleStep = 33;
+constexpr int kLargestAngle = 2838; // what either limit scales to
+
+// Whole steps only: less than one is cut off.
+int scaledAngle(int words)
+{
+    return words * 100 / kAngleWordsPer100Steps * kAngleStep;
+}
 
 bool isTurnLight(int lightStatus)
 {
-    return lightStatus == 1 || lightStatus == 2;
+    return lightStatus == kLightLeft || lightStatus == kLightRight;
 }
 
 void logChange(const char *title, int &old, int value)
 {
     qDebug() << title << old << ",change to:" << value;
     old = value;
-}
-
-void runCommand(const char *command)
-{
-    const int status = system(command);
-    Q_UNUSED(status)
 }
 
 } // namespace
@@ -202,17 +203,17 @@ void PvmMain::handleLightStatus(const DeviceData &record)
     DeviceDatasManager::self()->handleSendDataChanged();
     // From left to right, or back, is neither an enter nor a quit.
     if (!isTurnLight(record.lightStatus))
-        enterTurn();
+        enterTurn("==== enter Trun ====");
     else
         quitTurn();
 }
 
-void PvmMain::enterTurn()
+void PvmMain::enterTurn(const char *logLine)
 {
     if (!isTurnLightsOn() || !isTurnSwitchEnable())
         return;
     mShowPVMBeforeSwitchTurnLight = mSerdesControl->getIsShowPVM();
-    qDebug() << "==== enter Trun ====";
+    qDebug() << logLine;
     toSwitchVideo(kToPVM);
 }
 
@@ -239,15 +240,15 @@ void PvmMain::handleAngle()
     // The clamped word is written back, so that the next frame with the same word out of range is
     // reported again.
     if (raw <= kAngleLimit) {
-        angle = (raw * 100 / 4864) * 33;
+        angle = scaledAngle(raw);
     } else if (raw <= kAngleMiddle) {
         angle = kLargestAngle;
         mCanTest->mAngle = kAngleLimit;
-    } else if (raw <= kAngleLimitOtherSide) {
+    } else if (raw < kAngleLimitOtherSide) {
         angle = -kLargestAngle;
-        mCanTest->mAngle = kAngleLimitOtherSide + 1;
+        mCanTest->mAngle = kAngleLimitOtherSide;
     } else {
-        angle = ((65535 - raw) * -100 / 4864) * 33;
+        angle = -scaledAngle(kAngleWordEnd - raw);
     }
     DeviceDatasManager::self()->setAngle(angle);
 }
@@ -360,12 +361,12 @@ bool PvmMain::isCanPVMSwitch() const
 
 bool PvmMain::isNeedOutFromPVM() const
 {
-    return mCurSpeed > kSpeedKeepingOut && mSpeedQuitEnabled;
+    return mCurSpeed > kStaySpeedLimit && mSpeedQuitEnabled;
 }
 
 bool PvmMain::isTurnLightsOn() const
 {
-    return mCanTest != nullptr && isTurnLight(mCanTest->mLightStatus);
+    return isTurnLight(mCanTest->mLightStatus);
 }
 
 bool PvmMain::isTurnSwitchEnable() const
@@ -383,11 +384,7 @@ void PvmMain::avmInitOkSlot()
 void PvmMain::turnSwitchSlot()
 {
     qDebug() << "==== " << __func__;
-    if (!isTurnLightsOn() || !isTurnSwitchEnable())
-        return;
-    mShowPVMBeforeSwitchTurnLight = mSerdesControl->getIsShowPVM();
-    qDebug() << "==== enter Turn update ====";
-    toSwitchVideo(kToPVM);
+    enterTurn("==== enter Turn update ====");
 }
 
 void PvmMain::on_delayQuitRvcTimerOut()

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include "devicedata/devicedatashare.h"
@@ -10,27 +12,14 @@ class CanTest;
 class SerdesControl;
 class SharedMemoryControl;
 
-// The table below is kept in its lines.
-// clang-format off
 /**
  * The controller: turns vehicle signals, the renderer's flags and the board's events into the
  * choice of picture, and keeps the system clock in step with the vehicle.
  *
- * How the parts meet (made in the constructor, in this order):
- *
- *     record changed   DeviceDatasManager  -> SharedMemoryControl  on_DeviceDataChanged     queued
- *     heartbeat        SharedMemoryControl -> WatchDogControl      on_avmstopslot           queued
- *     switch and ACC   SerdesControl       -> PvmMain              onPhySwitchTriggerSlot
- *     picture          PvmMain             -> SerdesControl        switchVideoSlot
- *     vehicle signal   CanTest             -> PvmMain              canTestDataChangedSlot
- *     quit-RVC delay   delayQuitRvcTimer   -> PvmMain              on_delayQuitRvcTimerOut
- *     initialised      SharedMemoryControl -> PvmMain              avmInitOkSlot            queued
- *     turn switch      SharedMemoryControl -> PvmMain              turnSwitchSlot           queued
- *
- * Queued ones cross to or from the link's worker thread; all else runs on the main thread. The
- * rules are tabled in docs/picture-decision.md.
+ * Its constructor builds all other objects and holds the whole wiring. Connections to and from the
+ * link are queued, since the link lives on its worker thread; all else runs directly on the main
+ * thread. The rules are tabled in docs/picture-decision.md.
  */
-// clang-format on
 class PvmMain : public QObject
 {
     Q_OBJECT
@@ -58,22 +47,22 @@ public:
     /// Logs the system's date and time.
     void testTimeOut();
 
-    /// Level 1 to 3 of a radar distance of 0 to 11, 0 for any other value.
+    /// Level 1 to 3 of a radar distance of 0 to 11, 0 for any other value. Nothing calls it today.
     int newCalcRadarDistance(int value) const;
 
 Q_SIGNALS:
-    void switchTriggerSignal();
+    void switchTriggerSignal();          ///< never emitted today
     void switchVideoSignal(int isToPVM); ///< 0 asks for DA, a positive value for PVM
 
 public Q_SLOTS:
     /// One vehicle signal has changed; @p id is a CanSignalId. Any other value is harmless.
     void canTestDataChangedSlot(unsigned char id);
-    void on_autoRunTimerOut();
+    void on_autoRunTimerOut(); ///< does nothing, and nothing is connected to it today
     void avmInitOkSlot();
     void turnSwitchSlot();
     void on_delayQuitRvcTimerOut();
 
-    /// A board event, see SerdesControl::phySwitchTriggerSignal(). Only 1 and 3 are acted on.
+    /// @p index is a BoardEvent. A change of ACC is not acted on.
     void onPhySwitchTriggerSlot(int index);
 
 private:
@@ -82,7 +71,7 @@ private:
     void handleSpeed();
     void handleKeyStatus(const DeviceData &record);
     void handleLightStatus(const DeviceData &record);
-    void enterTurn();
+    void enterTurn(const char *logLine);
     void quitTurn();
     void handleAngle();
     bool handleGear(const DeviceData &record); ///< false: put off until the quit-RVC delay is over

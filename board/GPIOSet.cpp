@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "board/GPIOSet.h"
 
 #include <cstdio>
@@ -38,7 +40,7 @@ void reportLine(const char *line)
     fflush(stdout);
 }
 
-void writeOnce(int fd, const char *text, size_t length)
+void writeAndClose(int fd, const char *text, size_t length)
 {
     const ssize_t ignored = write(fd, text, length);
     static_cast<void>(ignored);
@@ -46,15 +48,15 @@ void writeOnce(int fd, const char *text, size_t length)
 }
 
 // With the terminating NUL.
-void writeWord(int fd, const char *word)
+void writeWordAndClose(int fd, const char *word)
 {
-    writeOnce(fd, word, strlen(word) + 1);
+    writeAndClose(fd, word, strlen(word) + 1);
 }
 
-void writeNumber(int fd, unsigned int number)
+void writeNumberAndClose(int fd, unsigned int number)
 {
     const Text text = formatted("%d", number);
-    writeOnce(fd, text.chars, strlen(text.chars));
+    writeAndClose(fd, text.chars, strlen(text.chars));
 }
 
 const char *levelWord(bool level)
@@ -84,7 +86,7 @@ int setNumberedWord(const char *pathFormat, unsigned int number, const char *wor
     const int fd = openNumbered(pathFormat, number, failure);
     if (fd < 0)
         return fd;
-    writeWord(fd, word);
+    writeWordAndClose(fd, word);
     return 0;
 }
 
@@ -93,7 +95,7 @@ int writeExport(const char *path, unsigned int gpio, const char *success, const 
     const int fd = openNumbered(path, gpio, failure);
     if (fd < 0)
         return fd;
-    writeNumber(fd, gpio);
+    writeNumberAndClose(fd, gpio);
     report(success, gpio);
     return 0;
 }
@@ -174,7 +176,7 @@ int pwm_set_value_duty_cycle(unsigned int pwm, unsigned int duty)
                                 "\nFailed set PWM-%d duty cycle value\n");
     if (fd < 0)
         return fd;
-    writeNumber(fd, duty);
+    writeNumberAndClose(fd, duty);
     return 0;
 }
 
@@ -186,7 +188,7 @@ int pwm_set_value_period(unsigned int pwm, unsigned int period)
         fflush(stdout);
         return fd;
     }
-    writeNumber(fd, period);
+    writeNumberAndClose(fd, period);
     return 0;
 }
 
@@ -196,7 +198,7 @@ int gsensor_set_onoff(bool on)
         openNamed("/sys/class/input/input2/driver/enable", O_WRONLY, "\nFailed set GSENSOR ENABLE");
     if (fd < 0)
         return fd;
-    writeWord(fd, levelWord(on));
+    writeWordAndClose(fd, levelWord(on));
     return 0;
 }
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 /**
@@ -7,6 +9,9 @@
  * 0, or -1 when the file cannot be opened, and says so on standard output. The result of a write is
  * not looked at. GPIO lines are named by the kernel's global number; a line must be exported, with
  * its direction set, before its value is used.
+ *
+ * The running system calls gpio_set_value() and gpio_get_value() only; the others are there for
+ * whoever brings a board up.
  */
 
 constexpr unsigned int GPIO_VIDEO_SRC_SEL = 106;  ///< output: 1 SerDes video, 0 head-unit video

@@ -1,6 +1,9 @@
+// SPDX-License-Identifier: MIT
+
 #include "board/serdescontrol.h"
 
 #include "board/GPIOSet.h"
+#include "common/runcommand.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -10,7 +13,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -26,8 +28,6 @@ constexpr int kSerPwdnTicks = 30;
 constexpr int kSerResetWaitTicks = 300;
 constexpr int kSwitchScriptDelayTicks = 20;
 constexpr unsigned int kAccPeriodTicks = 1000;
-
-enum BoardEvent { kShortClick = 1, kAccChanged = 2, kAccHeldHigh = 3 };
 
 constexpr unsigned long kBacklightRequest = 0x102;
 
@@ -52,39 +52,11 @@ int readLock(unsigned int gpio, int accepted)
     return gpio_get_value(gpio, &level) == 0 ? static_cast<int>(level) : accepted;
 }
 
-void runScript(const char *command)
-{
-    const int status = system(command);
-    Q_UNUSED(status)
-}
-
 } // namespace
 
-SerdesControl::SerdesControl(QObject *parent)
-    : QObject(parent),
-      mPer10msTimer(new QTimer),
-      mSwitchLevel(true),
-      mSwitchDebounce(0),
-      mSwitchHoldTicks(0),
-      mIsShowPVM(false),
-      mDeserLock(-1),
-      mDeserLockDebounce(0),
-      mAccLevel(false),
-      mAccDebounce(0),
-      mAccHighTicks(0),
-      mSerLock(-1),
-      mSerLockDebounce(0),
-      mSwitchScriptDelay(0),
-      mSerResetPending(false),
-      mSerResetWait(0),
-      mOpenBacklightTicks(0),
-      mDeserPwdnActive(false),
-      mDeserPwdnTicks(0),
-      mSerPwdnActive(false),
-      mSerPwdnTicks(0)
+SerdesControl::SerdesControl(QObject *parent) : QObject(parent), mPer10msTimer(new QTimer)
 {
     qDebug() << "T840 Serdes Control init start(20250331)!";
-    mIsShowPVM = true;
     connect(mPer10msTimer.get(), SIGNAL(timeout()), this, SLOT(onPer10ms()));
     mPer10msTimer->start(kTickMs);
 }
@@ -120,16 +92,16 @@ void SerdesControl::watchSwitch()
         if (level)
             mSwitchHoldTicks = kLongPressTicks;
         else
-            giveClick();
+            giveClickIfDue();
         return;
     }
     if (mSwitchLevel)
         countLongPress();
     else
-        giveClick();
+        giveClickIfDue();
 }
 
-void SerdesControl::giveClick()
+void SerdesControl::giveClickIfDue()
 {
     // A long press has used its countdown up, so its release is no click.
     if (mSwitchHoldTicks == 0)
@@ -257,7 +229,7 @@ void SerdesControl::handle_gmsl_switchto_DA()
 
 void SerdesControl::runSwitchScript(const char *command)
 {
-    runScript(command);
+    runCommand(command);
     mOpenBacklightTicks = kBacklightDelayTicks;
 }
 
@@ -266,7 +238,7 @@ void SerdesControl::handle_gmsl_switch_openbacklight()
     if (mOpenBacklightTicks == 0)
         return;
     if (--mOpenBacklightTicks == 0) {
-        runScript("/etc/set_t840gmsl_1.sh");
+        runCommand("/etc/set_t840gmsl_1.sh");
         qDebug() << "open backlight.";
     }
 }

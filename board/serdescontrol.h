@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <QObject>
@@ -6,12 +8,20 @@
 
 class QTimer;
 
+/// What SerdesControl::phySwitchTriggerSignal() reports.
+enum BoardEvent {
+    kShortClick = 1,  ///< of the physical switch
+    kAccChanged = 2,  ///< the accepted level of ACC
+    kAccHeldHigh = 3, ///< for 1000 ticks; again every 1000 ticks while it stays high
+};
+
 /**
  * The board side of the picture: the scripts that route the GMSL link, the power-down lines of the
  * two SerDes chips, the ACC keep-power line and the 10 ms board monitor.
  *
  * The monitor debounces the switch, ACC and the two lock lines: a change is accepted on the 7th
- * reading in a row. docs/board.md tables what follows from it.
+ * reading in a row that differs. Right after it a single reading back is accepted at once, so that
+ * a press which bounces for one tick then is a click. docs/board.md tables what follows.
  *
  * Scripts run synchronously on the calling (main) thread and their exit status is not looked at.
  * Line failures are reported by the functions of GPIOSet.h.
@@ -32,8 +42,10 @@ public:
     void handle_gmsl_switchto_DA();
     void handle_gmsl_switch_openbacklight(); ///< one tick of the backlight countdown
 
-    /// True pulls the chip's power-down line low; the monitor releases it 20 (deserializer) or 30
-    /// (serializer) ticks later. False releases it at once and leaves that countdown running.
+    /// True pulls the chip's power-down line low; the monitor releases it on its 20th
+    /// (deserializer) or 30th (serializer) count. A tick that pulls the line counts itself, so in
+    /// the running system the release comes 19 or 29 ticks later. False releases the line at once
+    /// and leaves that countdown running.
     void Reset_DeserPwdn(bool reset);
     void Reset_SerPwdn(bool reset);
 
@@ -45,7 +57,7 @@ public:
     int getSwitchStatus(bool *level);
     int getAccStatus(bool *level);
 
-    // The controller does not call these.
+    // Nothing calls these today, nor the slot slot_mtimer_timeout().
     void setLcdBacklight(unsigned int level); ///< in the display driver's own steps
     void switchGMSLLink(bool pvm);
     void switchVideoSource(bool serdes);
@@ -63,8 +75,7 @@ public:
                            unsigned char length);
 
 Q_SIGNALS:
-    /// 1 short click of the physical switch, 2 ACC level changed, 3 ACC high for 1000 ticks.
-    void phySwitchTriggerSignal(int index);
+    void phySwitchTriggerSignal(int index); ///< a BoardEvent
 
 public Q_SLOTS:
     void onPer10ms();                ///< one tick of the board monitor
@@ -82,7 +93,7 @@ private:
     void watchAcc();
     void endTick();
 
-    void giveClick();
+    void giveClickIfDue();
     void countLongPress();
     void runSwitchScript(const char *command);
     void pollRegister(unsigned char regHigh, unsigned char regLow, unsigned char &last,
@@ -90,23 +101,23 @@ private:
 
     // All countdowns are in ticks of 10 ms, and 0 when nothing is pending.
     std::unique_ptr<QTimer> mPer10msTimer;
-    bool mSwitchLevel;            ///< accepted level of the switch: high while pressed
-    unsigned int mSwitchDebounce; ///< ticks in a row with another reading
-    int mSwitchHoldTicks;         ///< until a press counts as a long one
-    bool mIsShowPVM;
-    int mDeserLock; ///< accepted level, -1 not read yet
-    int mDeserLockDebounce;
-    bool mAccLevel;
-    unsigned int mAccDebounce;
-    unsigned int mAccHighTicks; ///< counted up while ACC is high
-    int mSerLock;               ///< accepted level, -1 not read yet
-    unsigned int mSerLockDebounce;
-    int mSwitchScriptDelay;  ///< until the script of the current picture runs again
-    bool mSerResetPending;   ///< the serializer was released and its lock is awaited
-    int mSerResetWait;       ///< what is left of that wait
-    int mOpenBacklightTicks; ///< until the backlight script runs
-    bool mDeserPwdnActive;   ///< the deserializer is being held in power-down
-    int mDeserPwdnTicks;     ///< until it is released
-    bool mSerPwdnActive;
-    int mSerPwdnTicks;
+    bool mSwitchLevel = true;         ///< accepted level of the switch: high while pressed
+    unsigned int mSwitchDebounce = 0; ///< ticks in a row with another reading
+    int mSwitchHoldTicks = 0;         ///< until a press counts as a long one
+    bool mIsShowPVM = true;
+    int mDeserLock = -1; ///< accepted level, -1 not read yet
+    int mDeserLockDebounce = 0;
+    bool mAccLevel = false;
+    unsigned int mAccDebounce = 0;
+    unsigned int mAccHighTicks = 0; ///< counted up while ACC is high
+    int mSerLock = -1;              ///< accepted level, -1 not read yet
+    unsigned int mSerLockDebounce = 0;
+    int mSwitchScriptDelay = 0;    ///< until the script of the current picture runs again
+    bool mSerResetPending = false; ///< the serializer was released and its lock is awaited
+    int mSerResetWait = 0;         ///< what is left of that wait
+    int mOpenBacklightTicks = 0;   ///< until the backlight script runs
+    bool mDeserPwdnActive = false; ///< the deserializer is being held in power-down
+    int mDeserPwdnTicks = 0;       ///< until it is released
+    bool mSerPwdnActive = false;
+    int mSerPwdnTicks = 0;
 };

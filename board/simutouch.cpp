@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "board/simutouch.h"
 
 #include <QDebug>
@@ -41,9 +43,16 @@ constexpr int kAbsMaxX = 1920;
 constexpr int kAbsMaxY = 720;
 constexpr int kAbsMaxTrackingId = 65535;
 
+// The kernel's words for the last failure; logging itself may change them.
+void logFailure(const char *text)
+{
+    const int error = errno;
+    qDebug() << text << strerror(error);
+}
+
 } // namespace
 
-simutouch::simutouch(QObject *parent) : QObject(parent), mUinputDev()
+simutouch::simutouch(QObject *parent) : QObject(parent)
 {
     mUinputFd = open("/dev/uinput", O_WRONLY | O_NONBLOCK);
     if (mUinputFd < 0) {
@@ -77,7 +86,7 @@ void simutouch::setCapabilities()
 {
     for (const Capability &capability : kCapabilities) {
         if (ioctl(mUinputFd, capability.request, capability.argument) != 0)
-            qDebug() << capability.failure << strerror(errno);
+            logFailure(capability.failure);
     }
 }
 
@@ -91,7 +100,7 @@ void simutouch::writeDescription()
     mUinputDev.absmax[ABS_MT_POSITION_Y] = kAbsMaxY;
     mUinputDev.absmax[ABS_MT_TRACKING_ID] = kAbsMaxTrackingId;
     if (write(mUinputFd, &mUinputDev, sizeof mUinputDev) == -1)
-        qDebug() << "***** IOCTL ERR: uinp charateristc write ERR, err: %s" << strerror(errno);
+        logFailure("***** IOCTL ERR: uinp charateristc write ERR, err: %s");
 }
 
 void simutouch::createDevice()
@@ -99,7 +108,7 @@ void simutouch::createDevice()
     if (ioctl(mUinputFd, UI_DEV_CREATE) != -1)
         qDebug() << "Create simutouch device OK, fd=" << mUinputFd;
     else
-        qDebug() << "***** ERR: Simutouch ioctl FAIL, err: %s" << strerror(errno);
+        logFailure("***** ERR: Simutouch ioctl FAIL, err: %s");
 }
 
 void simutouch::touchemit(int type, int code, int value)

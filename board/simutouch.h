@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <QObject>
@@ -30,6 +32,6 @@ private:
     void writeDescription();
     void createDevice();
 
-    uinput_user_dev mUinputDev;
-    int mUinputFd; ///< negative when the open failed
+    uinput_user_dev mUinputDev = {};
+    int mUinputFd = -1; ///< negative when the open failed
 };

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "board/watchdogcontrol.h"
 
 #include <QDebug>
@@ -19,13 +21,7 @@ long writeByte(int fd, char byte)
 
 WatchDogControl *WatchDogControl::instance = nullptr;
 
-WatchDogControl::WatchDogControl(QObject *parent)
-    : QObject(parent),
-      mWdtFd(-1),
-      mIsIntWdgOn(false),
-      mFeedCount(0),
-      mIsWdgFeedOn(true),
-      mIsAvmRunning(true)
+WatchDogControl::WatchDogControl(QObject *parent) : QObject(parent)
 {
     connect(&mWDTTimer, SIGNAL(timeout()), this, SLOT(on_WDTTimerOut()));
 }

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <QObject>
@@ -7,7 +9,8 @@
  * Feeds the board's hardware watchdog, "/dev/watchdog", once a second while the renderer is alive.
  *
  * The timeout is the driver's default; no ioctl is issued. When the renderer has stopped, feeding
- * stops too and the hardware resets the board. Main thread only.
+ * stops too and the hardware resets the board, unless the renderer comes back before the timeout.
+ * Main thread only.
  */
 class WatchDogControl : public QObject
 {
@@ -23,10 +26,10 @@ public:
     /// not retried. False disarms the watchdog where the driver allows it, and closes it.
     void setWatchDogOnOff(bool isOn);
 
-    /// Whether the device is open and fed by the timer.
+    /// Whether the device is open and the feed timer runs; feeding may be held back all the same.
     bool getIsIntWdgOn() const;
 
-    /// Allows or holds back the feeds; the timer keeps running.
+    /// Allows or holds back the feeds; the timer keeps running. Nothing calls it today.
     void setWdgFeedOnOff(bool isOn);
 
 public Q_SLOTS:
@@ -40,9 +43,9 @@ private:
     static WatchDogControl *instance;
 
     QTimer mWDTTimer;
-    int mWdtFd; ///< -1 while closed
-    bool mIsIntWdgOn;
-    int mFeedCount; ///< feeds since the last feed line in the log
-    bool mIsWdgFeedOn;
-    bool mIsAvmRunning; ///< the renderer has not been reported stopped
+    int mWdtFd = -1; ///< -1 while closed
+    bool mIsIntWdgOn = false;
+    int mFeedCount = 0; ///< feeds since the last feed line in the log
+    bool mIsWdgFeedOn = true;
+    bool mIsAvmRunning = true; ///< the renderer has not been reported stopped
 };

@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: MIT
+
 #include "can/caninterface.h"
+
+#include "common/runcommand.h"
 
 #include <QCanBus>
 #include <QDebug>
 #include <QVariant>
-
-#include <cstdlib>
 
 namespace {
 
@@ -12,24 +14,20 @@ const char kPlugin[] = "socketcan";
 const char *const kInterfaces[] = {"can0", "awlink1"};
 constexpr unsigned int kChannelCount = 2;
 
-// The exit status is not looked at: the outcome shows when the device connects.
-void runCommand(const QString &command)
-{
-    const int status = system(command.toLatin1().constData());
-    Q_UNUSED(status)
-}
-
 void bringDown(unsigned int channel)
 {
-    runCommand(QStringLiteral("ip link set %1 down").arg(QLatin1String(kInterfaces[channel])));
+    const QString command = QStringLiteral("ip link set %1 down");
+    runCommand(command.arg(QLatin1String(kInterfaces[channel])).toLatin1().constData());
 }
 
 void bringUp(unsigned int channel, unsigned int bitrate, unsigned int restartMs)
 {
-    runCommand(QStringLiteral("ip link set up %1 type can bitrate %2 listen-only on restart-ms %3")
-                   .arg(QLatin1String(kInterfaces[channel]))
-                   .arg(bitrate)
-                   .arg(restartMs));
+    const QString command =
+        QStringLiteral("ip link set up %1 type can bitrate %2 listen-only on restart-ms %3")
+            .arg(QLatin1String(kInterfaces[channel]))
+            .arg(bitrate)
+            .arg(restartMs);
+    runCommand(command.toLatin1().constData());
 }
 
 // Every data frame, 11-bit and 29-bit; no remote requests.

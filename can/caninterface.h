@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <QCanBusDevice>
@@ -9,8 +11,9 @@
  *
  * Bit rate and listen-only mode come from the `ip` command that openCANDevice() runs; the process
  * needs the privilege to run it. There is no reconnection logic: recovery from bus-off is the
- * kernel's, through the restart delay. No call throws; a failure ends in a log line and in members
- * that tell the state.
+ * kernel's, through the restart delay. The device is deleted by closeCANDevice() and by opening
+ * again, not with this object, which lives until the process ends. No call throws; a failure ends
+ * in a log line and in members that tell the state.
  */
 class CANInterface : public QObject
 {
@@ -28,7 +31,8 @@ public:
      */
     int openCANDevice(unsigned int channel, unsigned int bitrate, unsigned int restartMs);
 
-    /// Disconnects and deletes the connected device and brings its interface down.
+    /// Disconnects and deletes the connected device and brings its interface down. The controller
+    /// never closes.
     void closeCANDevice();
 
     /// Sets both frame counters to 0.
@@ -47,7 +51,7 @@ public:
     /// controller sends.
     bool sendFrame(const QCanBusFrame &frame);
 
-    QCanBusDevice *mCanDevice = nullptr;      ///< owned; the decoder reads its frames
+    QCanBusDevice *mCanDevice = nullptr;      ///< the decoder reads its frames
     QList<QCanBusDevice::Filter> mFilterList; ///< what openCANDevice() applies
     int mCanIndex = -1;                       ///< channel of the connected device, -1 without
     qint64 mFramesWritten = 0;

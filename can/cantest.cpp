@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "can/cantest.h"
 
 #include "can/caninterface.h"
@@ -17,8 +19,6 @@ constexpr unsigned int kRestartMs = 100;
 constexpr int kGearLimit1004501 = 4;
 constexpr int kGearLimit1004001 = 10;
 
-constexpr int kNoGear = 0;
-
 // The hour on the bus is 8 behind the clock in the vehicle.
 constexpr int kHourShift = 8;
 
@@ -33,12 +33,12 @@ int lightStatusOf(int code)
     switch (code) {
     case 0x45:
     case 0x49:
-        return 2;
+        return kLightRight;
     case 0x51:
     case 0x61:
-        return 1;
+        return kLightLeft;
     default:
-        return 0;
+        return kLightOff;
     }
 }
 
@@ -46,11 +46,11 @@ int keyStatusOf(int code)
 {
     switch (code) {
     case 0x54:
-        return 2;
+        return kIgnitionOn;
     case 0x04:
-        return 1;
+        return kKeyStatus1;
     default:
-        return 0;
+        return kKeyOff;
     }
 }
 
@@ -59,13 +59,13 @@ int gearOf(int code)
 {
     switch (code) {
     case 0x0:
-        return 1;
+        return kGearP;
     case 0x7:
-        return 2;
+        return kGearR;
     case 0x6:
-        return 3;
+        return kGearN;
     case 0x5:
-        return 4;
+        return kGearD;
     default:
         return kNoGear;
     }

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <QObject>
@@ -41,23 +43,26 @@ public:
 
     CANInterface *mCanInterface; ///< lives until the process ends
 
-    // The vehicle-signal state; -1 until received, unless another value stands here.
+    // The vehicle-signal state, in the order of the identifiers; -1 until received, unless another
+    // value stands here.
     int mNetworkStatus = -1;
     int mNightMode = -1;
     int mDrivingDirection = -1;
     int mSpeed = -1;       ///< 0 to 255, the vehicle's own unit
-    int mKeyStatus = -1;   ///< 0 off, 1 for code 0x04, 2 ignition on
-    int mLightStatus = -1; ///< 0 off, 1 left, 2 right
+    int mUnused4 = -1;     ///< identifier 4 has no meaning
+    int mKeyStatus = -1;   ///< KeyStatus
+    int mLightStatus = -1; ///< LightStatus, never hazard
     int mAngle = 0x8000;   ///< raw steering word, 16 bits; the controller clamps it in place
+    int mUnused8 = -1;     ///< identifier 8 has no meaning
     int mLights = -1;
-    int mGearStatus = -1;    ///< accepted gear: 1 P, 2 R, 3 N, 4 D
-    int mGearCandidate = -1; ///< gear of the latest gear frame, 0 after an undefined code
+    int mGearStatus = -1;    ///< accepted Gear
+    int mGearCandidate = -1; ///< Gear of the latest gear frame, kNoGear after an undefined code
     int mHandBreak = -1;
     int mDoorStatus = -1;
     quint64 mRadarStatus = 0xFFFFFFFFU; ///< six 4-bit levels in bits 0 to 23
     qint64 mCanDate = -1;               ///< YYYYMMDD as a decimal number
     qint64 mCanTime = -1;     ///< HHMM as a decimal number; the bus hour plus 8, not wrapped
-    int mGearStableCount = 0; ///< gear frames in a row with mGearCandidate
+    int mGearStableCount = 0; ///< frames in a row with mGearCandidate; stale while that is kNoGear
 
 Q_SIGNALS:
     void canTestDataChangedSignal(unsigned char id);

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "devicedata/devicedatashare.h"
 
 #include <QDebug>

@@ -1,8 +1,15 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
+
+// What the decoder makes of the codes on the bus, and what the record carries.
+enum Gear { kNoGear = 0, kGearP = 1, kGearR = 2, kGearN = 3, kGearD = 4 };
+enum LightStatus { kLightOff = 0, kLightLeft = 1, kLightRight = 2, kLightHazard = 3 };
+enum KeyStatus { kKeyOff = 0, kKeyStatus1 = 1, kIgnitionOn = 2 };
 
 /**
  * The vehicle data that the renderer draws with.
@@ -17,12 +24,12 @@ struct DeviceData
     uint8_t spare1;
     uint8_t spare2;
     int32_t speed;    ///< the vehicle's own unit, 0 to 255; see docs/picture-decision.md
-    char keyStatus;   ///< 0 off, 1 for code 0x04 on the bus, 2 ignition on
-    char lightStatus; ///< 0 off, 1 left, 2 right, 3 hazard
-    int32_t angle;    ///< steering wheel, -2838 to 2838; positive as the vehicle counts
+    char keyStatus;   ///< KeyStatus
+    char lightStatus; ///< LightStatus; no frame gives hazard today
+    int32_t angle;    ///< steering wheel, -2838 to 2838; positive where the bus counts up from 0
     uint8_t spare16;
     uint8_t spare17;
-    char gear; ///< 0 none yet, 1 P, 2 R, 3 N, 4 D
+    char gear; ///< Gear; kNoGear until the first one
     uint8_t spare19;
     uint8_t spare20;
     int32_t radar; ///< six 4-bit levels, sensor 0 in bits 0 to 3

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include "devicedata/devicedatashare.h"
@@ -12,8 +14,8 @@
  * The process's one DeviceData record and the detection of its changes.
  *
  * Lives on the main thread, where the timer runs. The link's worker thread copies the record out
- * (and in peer mode in) at any time; a mutex, held for one field store or one copy of the record,
- * keeps those copies whole.
+ * (and in peer mode in) at any time; a mutex keeps those copies whole. It is held for one field
+ * store, one copy of the record, or one comparison with the last announced record.
  */
 class DeviceDatasManager : public QObject
 {

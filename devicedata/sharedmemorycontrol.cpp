@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "devicedata/sharedmemorycontrol.h"
 
 #include "devicedata/devicedatasmanager.h"
@@ -43,19 +45,7 @@ const char *boolText(bool value)
 } // namespace
 
 SharedMemoryControl::SharedMemoryControl(bool isCreator, QObject *parent)
-    : QObject(parent),
-      mSemaphore(nullptr),
-      mIsCreator(isCreator),
-      mIsShareMemInitOk(false),
-      mShareMemThread(nullptr),
-      mRunTimer(nullptr),
-      mIsDeviceDataChanged(false),
-      mIsSlogEnable(false),
-      mIsAVMInited(false),
-      mIsTurnSwitchEnable(!isCreator),
-      mAVMRunCount(1),
-      mAVMStallCount(0),
-      mIsAVMStopped(false)
+    : QObject(parent), mIsCreator(isCreator), mIsTurnSwitchEnable(!isCreator)
 {
     mSharedMemory.setKey(QStringLiteral("PvmSharedMemory5"));
     // A segment left by a killed controller makes this fail; the first exchange attaches to it.
@@ -261,45 +251,45 @@ void SharedMemoryControl::handleReceivedRecord()
 
 bool SharedMemoryControl::getIsAVMInited() const
 {
-    return mIsAVMInited.load(std::memory_order_relaxed);
+    return mIsAVMInited;
 }
 
 void SharedMemoryControl::setIsAVMInited(bool isAVMInited)
 {
-    mIsAVMInited.store(isAVMInited, std::memory_order_relaxed);
+    mIsAVMInited = isAVMInited;
     qDebug() << "==== " << __func__ << " isAVMInited " << boolText(isAVMInited);
 }
 
 bool SharedMemoryControl::getIsTurnSwitchEnable() const
 {
-    return mIsTurnSwitchEnable.load(std::memory_order_relaxed);
+    return mIsTurnSwitchEnable;
 }
 
 void SharedMemoryControl::setIsTurnSwitchEnable(bool isTurnSwitchEnable)
 {
-    mIsTurnSwitchEnable.store(isTurnSwitchEnable, std::memory_order_relaxed);
+    mIsTurnSwitchEnable = isTurnSwitchEnable;
     if (mIsCreator)
         qDebug() << "==== " << __func__ << " isTurnSwitchEnable " << boolText(isTurnSwitchEnable);
 }
 
 bool SharedMemoryControl::getIsSlogEnable() const
 {
-    return mIsSlogEnable.load(std::memory_order_relaxed);
+    return mIsSlogEnable;
 }
 
 void SharedMemoryControl::setIsSlogEnable(bool isSlogEnable)
 {
-    mIsSlogEnable.store(isSlogEnable, std::memory_order_relaxed);
+    mIsSlogEnable = isSlogEnable;
 }
 
 int SharedMemoryControl::getAVMRunCount() const
 {
-    return mAVMRunCount.load(std::memory_order_relaxed);
+    return mAVMRunCount;
 }
 
 void SharedMemoryControl::setAVMRunCount(int runCount)
 {
-    mAVMRunCount.store(runCount, std::memory_order_relaxed);
+    mAVMRunCount = runCount;
 }
 
 void SharedMemoryControl::updatemAVMRunCount()

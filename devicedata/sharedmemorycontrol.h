@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <QObject>
@@ -84,19 +86,18 @@ private:
     void handleReceivedRecord();
 
     QSharedMemory mSharedMemory;
-    QSystemSemaphore *mSemaphore;
+    QSystemSemaphore *mSemaphore = nullptr; ///< lives until the process ends
     bool mIsCreator;
-    bool mIsShareMemInitOk;
-    QThread *mShareMemThread;
-    QTimer *mRunTimer;                   ///< child, lives on the worker thread
+    bool mIsShareMemInitOk = false;
+    QThread *mShareMemThread = nullptr;
+    QTimer *mRunTimer = nullptr;         ///< child, lives on the worker thread
     std::unique_ptr<char[]> mDataBuffer; ///< the record just sent or received
-    bool mIsDeviceDataChanged;           ///< true only during an exchange for a changed record
-    // Written on the worker, read on the main thread: each stands for itself, so relaxed order
-    // is enough.
-    std::atomic<bool> mIsSlogEnable;
-    std::atomic<bool> mIsAVMInited;
-    std::atomic<bool> mIsTurnSwitchEnable;
-    std::atomic<int> mAVMRunCount;
-    int mAVMStallCount; ///< exchanges in a row without a new run count; held at 11 once stopped
-    bool mIsAVMStopped; ///< avmStopSignal(true) has been emitted and not yet revoked
+    bool mIsDeviceDataChanged = false;   ///< true only during an exchange for a changed record
+    // Written on the worker, read on the main thread.
+    std::atomic<bool> mIsSlogEnable{false};
+    std::atomic<bool> mIsAVMInited{false};
+    std::atomic<bool> mIsTurnSwitchEnable; ///< at first true in peer mode only
+    std::atomic<int> mAVMRunCount{1};
+    int mAVMStallCount = 0; ///< exchanges in a row without a new run count; held at 11 once stopped
+    bool mIsAVMStopped = false; ///< avmStopSignal(true) has been emitted and not yet revoked
 };

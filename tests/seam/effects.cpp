@@ -1,16 +1,23 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/seam/effects.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
+#include <QPointer>
 #include <QSet>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QTimer>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <fcntl.h>
+#include <linux/ioctl.h>
 #include <memory>
 #include <mutex>
 
@@ -23,17 +30,28 @@ QStringList gLines;
 QSet<int> gOpen;
 std::unique_ptr<QTemporaryDir> gTree;
 bool gRecordTimers = false;
+QHash<int, QPointer<QTimer>> gTimers; // by interval; those of the main thread
 
 QString quoted(const QByteArray &bytes)
 {
     QString text;
-    for (const char byte : bytes) {
-        if (byte == '\n')
+    for (int i = 0; i < bytes.size(); ++i) {
+        const char byte = bytes[i];
+        int zeros = 0;
+        while (i + zeros < bytes.size() && bytes[i + zeros] == '\0')
+            ++zeros;
+        if (zeros > 3) {
+            text += QStringLiteral("\\0*%1 ").arg(zeros);
+            i += zeros - 1;
+        } else if (byte == '\0') {
+            text += QLatin1String("\\0");
+        } else if (byte == '\n') {
             text += QLatin1String("\\n");
-        else if (byte < ' ')
-            text += QStringLiteral("\\%1").arg(static_cast<int>(byte));
-        else
+        } else if (byte < ' ' || byte > '~') {
+            text += QStringLiteral("\\x%1").arg(static_cast<uchar>(byte), 2, 16, QLatin1Char('0'));
+        } else {
             text += QLatin1Char(byte);
+        }
     }
     return QLatin1Char('"') + text + QLatin1Char('"');
 }
@@ -55,6 +73,11 @@ QString flagText(int flags)
     return rest == 0 ? text : text + QStringLiteral("|%1").arg(rest);
 }
 
+void addPrinted(const char *format, va_list rest)
+{
+    effects::add(QLatin1String("print ") + quoted(QString::vasprintf(format, rest).toLatin1()));
+}
+
 void logHandler(QtMsgType, const QMessageLogContext &, const QString &text)
 {
     effects::add(QLatin1String("log ") + text);
@@ -68,6 +91,7 @@ std::function<int(unsigned long, void *)> onIoctl;
 std::function<bool(const QByteArray &)> onWrite;
 QByteArray popenOutput;
 QDateTime now;
+int lastOpened = -1;
 
 void reset()
 {
@@ -108,10 +132,13 @@ void setFile(const QString &path, const QByteArray &contents)
         out.write(contents);
 }
 
-QByteArray file(const QString &path)
+void fire(int ms)
 {
-    QFile in(gTree->path() + path);
-    return in.open(QIODevice::ReadOnly) ? in.readAll() : QByteArray("(no file)");
+    QTimer *timer = gTimers.value(ms);
+    if (timer == nullptr || !timer->isActive())
+        add(QStringLiteral("no timer"));
+    else
+        QMetaObject::invokeMethod(timer, "timeout");
 }
 
 } // namespace effects
@@ -136,6 +163,7 @@ int __wrap_open(const char *path, int flags, ...)
         return __real_open(path, flags, mode);
     const int fd = __real_open(QFile::encodeName(gTree->path() + path).constData(), flags, mode);
     const int error = errno;
+    effects::lastOpened = fd;
     if (fd >= 0)
         gOpen.insert(fd);
     effects::add(
@@ -173,7 +201,11 @@ int __wrap_ioctl(int fd, unsigned long request, ...)
     va_end(rest);
     if (!gOpen.contains(fd) && fd >= 0)
         return __real_ioctl(fd, request, argument);
-    effects::add(QStringLiteral("ioctl 0x%1").arg(request, 0, 16));
+    // Requests that write to the driver carry a number.
+    const bool hasNumber = _IOC_DIR(request) == _IOC_WRITE;
+    effects::add(
+        QStringLiteral("ioctl 0x%1").arg(request, 0, 16) +
+        (hasNumber ? QStringLiteral(" %1").arg(reinterpret_cast<quintptr>(argument)) : QString()));
     errno = EINVAL;
     return effects::onIoctl ? effects::onIoctl(request, argument) : 0;
 }
@@ -206,7 +238,22 @@ int __wrap_printf(const char *format, ...)
 {
     va_list rest;
     va_start(rest, format);
-    effects::add(QLatin1String("print ") + quoted(QString::vasprintf(format, rest).toLatin1()));
+    addPrinted(format, rest);
+    va_end(rest);
+    return 0;
+}
+
+// What the compiler makes of these calls when it checks buffers at run time.
+int __wrap___open_2(const char *path, int flags)
+{
+    return __wrap_open(path, flags);
+}
+
+int __wrap___printf_chk(int, const char *format, ...)
+{
+    va_list rest;
+    va_start(rest, format);
+    addPrinted(format, rest);
     va_end(rest);
     return 0;
 }
@@ -226,6 +273,8 @@ void __wrap__ZN6QTimer5startEi(QTimer *timer, int ms)
 {
     if (gRecordTimers)
         effects::add(QStringLiteral("timer %1").arg(ms));
+    if (QThread::currentThread() == QCoreApplication::instance()->thread())
+        gTimers[ms] = timer;
     __real__ZN6QTimer5startEi(timer, ms + kHourMs);
 }
 

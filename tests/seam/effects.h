@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <QByteArray>
@@ -6,6 +8,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <type_traits>
 
 /**
  * Where the controller touches the world, recorded as one ordered list of lines.
@@ -15,7 +18,8 @@
  * far in the future that only the test fires them. Other files are opened as ever.
  *
  *     open PATH FLAGS | open PATH FLAGS failed | write "BYTES" | close
- *     ioctl REQUEST | system COMMAND | popen COMMAND | print "TEXT" | log TEXT | timer MS|stop
+ *     ioctl REQUEST [NUMBER] | system COMMAND | popen COMMAND | print "TEXT" | log TEXT | timer
+ * MS|stop
  */
 namespace effects {
 
@@ -27,13 +31,23 @@ QStringList take();
 
 /// Adds a line of the test's own, for example for a signal.
 void add(const QString &line);
+template <typename Number, typename = std::enable_if_t<std::is_integral<Number>::value>>
+void add(Number number)
+{
+    add(QString::number(number));
+}
 
 /// Timers are only worth a line where their interval is the point.
 void recordTimers(bool on);
 
+/// The timeout of the timer that the main thread last started with @p ms. Adds a line when there is
+/// none or it has been stopped.
+void fire(int ms);
+
 /// A file in the temporary tree, with its folders.
 void setFile(const QString &path, const QByteArray &contents);
-QByteArray file(const QString &path);
+
+extern int lastOpened; ///< descriptor of the last open in the tree
 
 /// What the seam answers instead of the kernel. Each is set back by reset().
 extern std::function<int(unsigned long request, void *argument)> onIoctl; ///< -1 sets errno EINVAL

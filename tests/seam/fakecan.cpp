@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/seam/fakecan.h"
 
 #include "tests/seam/effects.h"
@@ -20,18 +22,25 @@ void reset()
     device = nullptr;
 }
 
+QCanBusFrame frame(const QString &text)
+{
+    if (text == "error" || text == "invalid")
+        return QCanBusFrame(text == "error" ? QCanBusFrame::ErrorFrame
+                                            : QCanBusFrame::InvalidFrame);
+    const QString id = text.section('#', 0, 0);
+    const QString data = text.section('#', 1);
+    QCanBusFrame frame(id.toUInt(nullptr, 16), QByteArray::fromHex(data.toLatin1()));
+    if (data == "R")
+        frame.setFrameType(QCanBusFrame::RemoteRequestFrame);
+    frame.setExtendedFrameFormat(id.size() > 3);
+    return frame;
+}
+
 } // namespace fakecan
 
 void FakeCanDevice::receive(const QVector<QCanBusFrame> &frames)
 {
     enqueueReceivedFrames(frames);
-}
-
-void FakeCanDevice::receive(quint32 id, const QByteArray &payload, bool extended)
-{
-    QCanBusFrame frame(id, payload);
-    frame.setExtendedFrameFormat(extended);
-    receive({frame});
 }
 
 bool FakeCanDevice::writeFrame(const QCanBusFrame &)

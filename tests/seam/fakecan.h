@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include <QByteArray>
@@ -10,7 +12,6 @@ class FakeCanDevice : public QCanBusDevice
     Q_OBJECT
 
 public:
-    void receive(quint32 id, const QByteArray &payload, bool extended);
     void receive(const QVector<QCanBusFrame> &frames);
 
     bool writeFrame(const QCanBusFrame &frame) override;
@@ -22,6 +23,9 @@ protected:
 };
 
 namespace fakecan {
+
+/// As candump writes it, an "R" for a remote request; or "error", "invalid".
+QCanBusFrame frame(const QString &text);
 
 void reset(); ///< plugin present, interface present, no device
 extern bool isPluginPresent;

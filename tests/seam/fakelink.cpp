@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The renderer link without a renderer: the controller's own rules are tested with flags that the
 // test sets and signals that it emits. Linked in place of devicedata/sharedmemorycontrol.cpp.
 
@@ -9,19 +11,7 @@
 SharedMemoryControl *gFakeLink = nullptr;
 
 SharedMemoryControl::SharedMemoryControl(bool isCreator, QObject *parent)
-    : QObject(parent),
-      mSemaphore(nullptr),
-      mIsCreator(isCreator),
-      mIsShareMemInitOk(true),
-      mShareMemThread(nullptr),
-      mRunTimer(nullptr),
-      mIsDeviceDataChanged(false),
-      mIsSlogEnable(false),
-      mIsAVMInited(false),
-      mIsTurnSwitchEnable(false),
-      mAVMRunCount(1),
-      mAVMStallCount(0),
-      mIsAVMStopped(false)
+    : QObject(parent), mIsCreator(isCreator), mIsTurnSwitchEnable(false)
 {
     effects::add(QStringLiteral("link %1").arg(isCreator ? "created" : "peer"));
     gFakeLink = this;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/seam/vehicle.h"
 
 #include "devicedata/devicedatasmanager.h"
@@ -5,17 +7,39 @@
 #include "tests/seam/effects.h"
 #include "tests/seam/fakelink.h"
 
-#include <QtTest>
+using stories::Args;
+
+namespace {
+
+void tellRecord()
+{
+    const DeviceData record = DeviceDatasManager::self()->deviceData();
+    effects::add(QStringLiteral("gear %1 light %2 key %3 speed %4 angle %5 radar %6")
+                     .arg(static_cast<int>(record.gear))
+                     .arg(static_cast<int>(record.lightStatus))
+                     .arg(static_cast<int>(record.keyStatus))
+                     .arg(record.speed)
+                     .arg(record.angle)
+                     .arg(static_cast<quint32>(record.radar), 0, 16));
+}
+
+} // namespace
 
 Vehicle::Vehicle()
 {
-    DeviceDatasManager::self()->setSpeed(0);
-    DeviceDatasManager::self()->setKeyStaus(0);
-    DeviceDatasManager::self()->setLightStatus(0);
-    DeviceDatasManager::self()->setGear(0);
-    DeviceDatasManager::self()->setAngle(0);
-    DeviceDatasManager::self()->setRadar(0xFFFFFF);
     controller = std::make_unique<PvmMain>(nullptr);
+    // The record is the process's own: as fresh, and announced.
+    const auto manager = DeviceDatasManager::self();
+    manager->blockSignals(true);
+    manager->setSpeed(0);
+    manager->setKeyStaus(0);
+    manager->setLightStatus(0);
+    manager->setGear(0);
+    manager->setAngle(0);
+    manager->setRadar(0xFFFFFF);
+    manager->handleSendDataChanged();
+    manager->on_delayTimerOut();
+    manager->blockSignals(false);
     can = controller->findChild<CanTest *>();
     QObject::connect(controller.get(), &PvmMain::switchVideoSignal,
                      [](int request) { effects::add(QStringLiteral("picture %1").arg(request)); });
@@ -27,62 +51,71 @@ Vehicle::~Vehicle()
     delete gFakeLink;
 }
 
-void Vehicle::run(const QStringList &words)
+stories::Verbs Vehicle::verbs()
 {
-    const QString &verb = words.first();
-    const int value = words.value(1).toInt();
-    const QHash<QString, QPair<int, int *>> signalOf{
-        {"network", {CAN_SIG_NETWORK, &can->mNetworkStatus}},
-        {"night", {CAN_SIG_NIGHT, &can->mNightMode}},
-        {"direction", {CAN_SIG_DRIVING_DIRECTION, &can->mDrivingDirection}},
-        {"speed", {CAN_SIG_SPEED, &can->mSpeed}},
-        {"key", {CAN_SIG_KEY_STATUS, &can->mKeyStatus}},
-        {"light", {CAN_SIG_LIGHT_STATUS, &can->mLightStatus}},
-        {"angle", {CAN_SIG_ANGLE, &can->mAngle}},
-        {"lights", {CAN_SIG_LIGHTS, &can->mLights}},
-        {"gear", {CAN_SIG_GEAR, &can->mGearStatus}},
-        {"brake", {CAN_SIG_HAND_BREAK, &can->mHandBreak}},
-        {"door", {CAN_SIG_DOOR, &can->mDoorStatus}}};
-    if (signalOf.contains(verb)) {
-        *signalOf[verb].second = value;
-        Q_EMIT can->canTestDataChangedSignal(static_cast<unsigned char>(signalOf[verb].first));
-    } else if (verb == "radar") {
-        can->mRadarStatus = words[1].toULongLong(nullptr, 16);
-        Q_EMIT can->canTestDataChangedSignal(CAN_SIG_RADAR);
-    } else if (verb == "clock") {
-        can->mCanDate = words[1].toLongLong();
-        can->mCanTime = words[2].toLongLong();
-        Q_EMIT can->canTestDataChangedSignal(CAN_SIG_DATETIME);
-    } else if (verb == "signal") {
-        Q_EMIT can->canTestDataChangedSignal(static_cast<unsigned char>(value));
-    } else if (verb == "allow") {
-        gFakeLink->setIsTurnSwitchEnable(value == 1);
-        Q_EMIT gFakeLink->turnSwitchSignal();
-    } else if (verb == "init") {
-        gFakeLink->setIsAVMInited(value == 1);
-        Q_EMIT gFakeLink->avmInitOkSignal();
-    } else if (verb == "ask") {
-        controller->toSwitchVideo(value);
-    } else if (verb == "delay") {
-        controller->on_delayQuitRvcTimerOut();
-    } else if (verb == "announce") {
-        DeviceDatasManager::self()->on_delayTimerOut();
-    } else if (verb == "board") {
-        controller->onPhySwitchTriggerSlot(value);
-    } else if (verb == "record") {
-        const DeviceData record = DeviceDatasManager::self()->deviceData();
-        effects::add(QStringLiteral("gear %1 light %2 key %3 speed %4 angle %5 radar %6")
-                         .arg(static_cast<int>(record.gear))
-                         .arg(static_cast<int>(record.lightStatus))
-                         .arg(static_cast<int>(record.keyStatus))
-                         .arg(record.speed)
-                         .arg(record.angle)
-                         .arg(static_cast<quint32>(record.radar), 0, 16));
-    } else if (verb == "distance") {
-        effects::add(QString::number(controller->newCalcRadarDistance(value)));
-    } else if (verb == "kept-angle") {
-        effects::add(QString::number(can->mAngle));
-    } else {
-        QFAIL(qPrintable("no such step: " + verb));
-    }
+    const auto emitSignal = [this](int id) {
+        Q_EMIT can->canTestDataChangedSignal(static_cast<unsigned char>(id));
+    };
+    // A value that the decoder has taken, told to the controller.
+    const auto taken = [=](CanSignalId id, int CanTest::*member) {
+        return [=](Args w) {
+            can->*member = w.number();
+            emitSignal(id);
+        };
+    };
+    return {{"network", taken(CAN_SIG_NETWORK, &CanTest::mNetworkStatus)},
+            {"night", taken(CAN_SIG_NIGHT, &CanTest::mNightMode)},
+            {"direction", taken(CAN_SIG_DRIVING_DIRECTION, &CanTest::mDrivingDirection)},
+            {"speed", taken(CAN_SIG_SPEED, &CanTest::mSpeed)},
+            {"key", taken(CAN_SIG_KEY_STATUS, &CanTest::mKeyStatus)},
+            {"light", taken(CAN_SIG_LIGHT_STATUS, &CanTest::mLightStatus)},
+            {"angle", taken(CAN_SIG_ANGLE, &CanTest::mAngle)},
+            {"lights", taken(CAN_SIG_LIGHTS, &CanTest::mLights)},
+            {"gear", taken(CAN_SIG_GEAR, &CanTest::mGearStatus)},
+            {"brake", taken(CAN_SIG_HAND_BREAK, &CanTest::mHandBreak)},
+            {"door", taken(CAN_SIG_DOOR, &CanTest::mDoorStatus)},
+            {"radar",
+             [=](Args w) {
+                 can->mRadarStatus = w[0].toULongLong(nullptr, 16);
+                 emitSignal(CAN_SIG_RADAR);
+             }},
+            {"clock",
+             [=](Args w) {
+                 can->mCanDate = w[0].toLongLong();
+                 can->mCanTime = w[1].toLongLong();
+                 emitSignal(CAN_SIG_DATETIME);
+             }},
+            {"signal", [=](Args w) { emitSignal(w.number()); }},
+            {"flag", [](Args w) { gFakeLink->setIsTurnSwitchEnable(w.isOn()); }},
+            {"allow",
+             [](Args w) {
+                 gFakeLink->setIsTurnSwitchEnable(w.isOn());
+                 Q_EMIT gFakeLink->turnSwitchSignal();
+             }},
+            {"init",
+             [](Args w) {
+                 gFakeLink->setIsAVMInited(w.isOn());
+                 Q_EMIT gFakeLink->avmInitOkSignal();
+             }},
+            {"renderer", [](Args w) { Q_EMIT gFakeLink->avmStopSignal(w[0] == "stopped"); }},
+            {"ask", [=](Args w) { controller->toSwitchVideo(w.number()); }},
+            {"board", [=](Args w) { controller->onPhySwitchTriggerSlot(w.number()); }},
+            {"tick",
+             [](Args w) {
+                 for (int i = 0; i < w.number(); ++i)
+                     effects::fire(10);
+             }},
+            {"record", [](Args) { tellRecord(); }},
+            {"distance",
+             [=](Args w) {
+                 for (const QString &word : w)
+                     effects::add(QString::number(controller->newCalcRadarDistance(word.toInt())));
+             }},
+            {"turned", [=](Args w) {
+                 can->mAngle = w.number();
+                 emitSignal(CAN_SIG_ANGLE);
+                 effects::add(QStringLiteral("%1, kept %2")
+                                  .arg(DeviceDatasManager::self()->deviceData().angle)
+                                  .arg(can->mAngle));
+             }}};
 }

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 #include "app/pvmmain.h"
 #include "can/cantest.h"
-
-#include <QStringList>
+#include "tests/seam/stories.h"
 
 #include <memory>
 
@@ -15,8 +16,8 @@ public:
     Vehicle();
     ~Vehicle();
 
-    /// Carries out one step of a story.
-    void run(const QStringList &words);
+    /// The steps of its stories.
+    stories::Verbs verbs();
 
     std::unique_ptr<PvmMain> controller;
     CanTest *can;
