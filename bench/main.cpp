@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/drive/words.h"
 #include "bench/exitcode.h"
 #include "bench/play.h"

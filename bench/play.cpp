@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/play.h"
 
 #include "bench/board/board.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Shared by the scripts of this folder, which source it: packages, build folder, build.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/board.h"
 
 #include "bench/board/boardlines.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stands for a command or script of the board: hands its words to the bench, waits for the exit
 // status and, where the command prints something, for the text.
 

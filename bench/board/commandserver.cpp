@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/commandserver.h"
 
 #include "bench/board/places.h"

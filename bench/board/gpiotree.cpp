@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/gpiotree.h"
 
 #include "bench/board/boardlines.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/inputs.h"
 
 #include "bench/board/boardlines.h"

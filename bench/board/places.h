@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #pragma once
 
 /// Where the bench and the programs that it starts meet inside the sandbox, and the board's own

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/printable.h"
 
 QString printable(const QString &text, int longest)

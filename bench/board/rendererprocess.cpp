@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/rendererprocess.h"
 
 #include "bench/board/places.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/sandbox.h"
 
 #include "bench/board/descriptor.h"

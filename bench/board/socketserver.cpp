@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/socketserver.h"
 
 #include <QSocketNotifier>

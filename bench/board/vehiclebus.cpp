@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/vehiclebus.h"
 
 #include "bench/board/descriptor.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/board/watchdog.h"
 
 #include "bench/board/filewatch.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/canplugin/benchcandevice.h"
 
 #include "bench/board/places.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/canplugin/benchcanplugin.h"
 
 #include "bench/canplugin/benchcandevice.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/drive/eventstream.h"
 
 #include "bench/board/printable.h"

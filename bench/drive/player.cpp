@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/drive/player.h"
 
 #include "bench/board/printable.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/drive/timeline.h"
 
 #include "bench/board/boardlines.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/drive/words.h"
 
 #include "bench/board/boardlines.h"

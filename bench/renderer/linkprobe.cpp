@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/renderer/linkprobe.h"
 
 #include "bench/board/places.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/renderer/renderer.h"
 
 #include "devicedata/devicedatasmanager.h"
