@@ -5,7 +5,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What the controller, the bench and the tests are built with and run on.
 packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libqt5serialbus5-plugins
-          bubblewrap python3)
+          bubblewrap)
 
 fail() {
     echo "${0##*/}: $*" >&2
@@ -25,13 +25,21 @@ read_arguments() {
     build=$(realpath -m "${BUILD_DIR:-$root/build}")
 }
 
+# Whether a Debian package is installed, NAME of this machine's architecture or NAME:ARCHITECTURE.
+# Where a package is known for several architectures, dpkg-query answers a line for each.
+is_installed() {
+    local name=${1%:*} architecture=${1#"${1%:*}"}
+    architecture=${architecture#:}
+    dpkg-query -W -f '${Status} ${Architecture}\n' "$name" 2>/dev/null |
+        grep -qE "^install ok installed (${architecture:-$(dpkg --print-architecture)|all})\$"
+}
+
 # Installs what is missing among the given Debian packages; without anything missing it is quick
 # and asks for no privilege.
 install_packages() {
     local missing=() package sudo=()
     for package in "$@"; do
-        [ "$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null)" = "install ok installed" ] ||
-            missing+=("$package")
+        is_installed "$package" || missing+=("$package")
     done
     [ ${#missing[@]} -eq 0 ] && return
     echo "Installing packages: ${missing[*]}"
