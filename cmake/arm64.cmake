@@ -11,5 +11,9 @@ if(CMAKE_SYSROOT)
   set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
   set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
   set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-  set(CMAKE_AUTOMOC_EXECUTABLE /usr/lib/qt5/bin/moc) # the root's own is for the board
+  # The root's own moc is for the board.
+  if(NOT TARGET Qt5::moc)
+    add_executable(Qt5::moc IMPORTED)
+    set_target_properties(Qt5::moc PROPERTIES IMPORTED_LOCATION /usr/lib/qt5/bin/moc)
+  endif()
 endif()
