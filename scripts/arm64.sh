@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+#
 # Shared by what cross-builds, which sources it after common.sh.
 
 # Installs what an ARM64 build needs beside the machine's own packages, the emulator included.

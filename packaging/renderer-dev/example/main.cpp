@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+//
 // The renderer's end of the link: keeps the controller informed that it lives, and prints the
 // vehicle data that a real one would draw with. It has to run as the controller's user, with the
 // same /tmp and System V IPC.
