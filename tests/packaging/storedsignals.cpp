@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+//
 // Reads the frames of a candump log from standard input and prints after each what the decoder has
 // stored: light, key, speed, angle, gear of the latest gear frame, radar, date, time.
 #include "can/caninterface.h"
