@@ -8,7 +8,6 @@
 #include "tests/seam/fakecan.h"
 
 #include <QCoreApplication>
-#include <QStringList>
 #include <QTextStream>
 
 int main(int argc, char *argv[])
@@ -21,11 +20,7 @@ int main(int argc, char *argv[])
     QTextStream out(stdout);
     for (QString line = in.readLine(); !line.isNull(); line = in.readLine()) {
         // (TIME) CHANNEL ID#DATA
-        const QStringList frame = line.section(QLatin1Char(' '), 2, 2).split(QLatin1Char('#'));
-        if (frame.size() != 2)
-            return 1;
-        fakecan::device->receive(frame[0].toUInt(nullptr, 16),
-                                 QByteArray::fromHex(frame[1].toLatin1()), frame[0].size() > 3);
+        fakecan::device->receive({fakecan::frame(line.section(QLatin1Char(' '), 2, 2))});
         out << can.mLightStatus << ' ' << can.mKeyStatus << ' ' << can.mSpeed << ' ' << can.mAngle
             << ' ' << can.mGearCandidate << ' ' << can.mRadarStatus << ' ' << can.mCanDate << ' '
             << can.mCanTime << '\n';
