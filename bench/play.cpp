@@ -116,7 +116,7 @@ int play(const PlayOptions &options)
                         drive,
                         log};
     QString fault;
-    const int code = sandbox::run({ticket.controller, ticket.arguments()}, &fault);
+    const int code = sandbox::run(ticket.controller, ticket.arguments(), &fault);
     return code >= 0 ? code : complain(kNoBoard, fault);
 }
 

@@ -198,13 +198,13 @@ void Player::perform(const Statement &statement)
     const bool isOn = value == QLatin1String("on");
     switch (statement.verb) {
     case Verb::StartRenderer:
-        mBoard.startRenderer();
+        mBoard.renderer().start();
         break;
     case Verb::KillRenderer:
-        mBoard.killRenderer();
+        mBoard.renderer().kill();
         break;
     case Verb::SetRendererFlag:
-        mBoard.setRendererFlag(statement.subject, isOn);
+        mBoard.renderer().setFlag(statement.subject, isOn);
         break;
     case Verb::SetBus:
         mBoard.setBusUp(value == QLatin1String("up"));
