@@ -310,10 +310,10 @@ private:
     /// It takes frames, or has taken all and waits for its timers now and then.
     bool isControllerWell()
     {
-        const quint64 taken = std::exchange(mTakenAtCheck, mBus.taken());
-        const qint64 waits = std::exchange(mWaitsAtCheck, mController.waits());
-        const bool isReading = taken != mTakenAtCheck;
-        const bool isAwake = waits != mWaitsAtCheck;
+        const quint64 takenBefore = std::exchange(mTakenAtCheck, mBus.taken());
+        const qint64 waitsBefore = std::exchange(mWaitsAtCheck, mController.waits());
+        const bool isReading = mTakenAtCheck != takenBefore;
+        const bool isAwake = mWaitsAtCheck != waitsBefore;
         // A controller that waits for one of its commands does nothing else.
         return isReading || (isAwake && mBus.waiting() == 0) || isCommandRunning();
     }

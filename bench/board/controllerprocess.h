@@ -105,8 +105,8 @@ private:
         QFile::setPermissions(runtimeFolder,
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 
-        QProcessEnvironment environment =
-            QProcessEnvironment::systemEnvironment(); // the sandbox's own
+        // The sandbox's own, and what a board has beside it.
+        auto environment = QProcessEnvironment::systemEnvironment();
         environment.remove("TERM");
         environment.insert("PATH", QString(places::kCommandFolder) + ":/usr/bin:/bin");
         environment.insert("XDG_RUNTIME_DIR", runtimeFolder);
