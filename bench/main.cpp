@@ -1,32 +1,167 @@
 // SPDX-License-Identifier: MIT
 
-#include "bench/drive/words.h"
-#include "bench/exitcode.h"
-#include "bench/play.h"
+#include "bench/drive/candump.h"
+#include "bench/drive/player.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
-#include <QTextStream>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
 
 namespace {
 
-int complainOfUsage(const QString &text)
+constexpr char kPlayInside[] = "play-inside"; // the command that is for the bench itself
+
+/// Writes one line on standard error and gives the code back.
+int complain(int code, const QString &text)
 {
-    return complain(kBadInput, text + QStringLiteral("; see pvm-bench --help"));
+    QTextStream(stderr) << "pvm-bench: " << printable(text, 1000) << '\n';
+    return code;
 }
 
-int run(const QString &command, const PlayOptions &options)
+QString nameOf(const QString &drive)
 {
+    return drive == "-" ? "standard input" : drive;
+}
+
+QString withError(const QString &name)
+{
+    return name + ": " + strerror(errno);
+}
+
+/// Without close-on-exec: the process inside the sandbox reads it.
+int openDrive(const QString &drive)
+{
+    return drive == "-" ? dup(STDIN_FILENO) : open(QFile::encodeName(drive).constData(), O_RDONLY);
+}
+
+/// False if one of them is not there.
+bool isSameFile(const QString &a, const QString &b)
+{
+    std::error_code ignored;
+    return std::filesystem::equivalent(a.toStdString(), b.toStdString(), ignored);
+}
+
+// What follows returns the exit code.
+
+/// Plays a drive in a sandbox.
+int play(const QString &drivePath, const QCommandLineParser &options)
+{
+    const QString name = nameOf(drivePath);
+    const QString logPath = options.value("log");
+    const Descriptor drive(openDrive(drivePath));
+    if (drive < 0)
+        return complain(kBadInput, withError(name));
+    const QFileInfo controller(options.value("controller"));
+    if (!controller.isFile() || !controller.isExecutable())
+        return complain(kNoBoard,
+                        controller.filePath() + ": the controller is not an executable file");
+    Descriptor log;
+    if (!logPath.isEmpty()) {
+        const QString driveFile = drivePath == "-" ? "/dev/stdin" : drivePath;
+        for (const QString &input : {driveFile, controller.filePath()})
+            if (isSameFile(logPath, input))
+                return complain(kBadInput, logPath + ": the log is the drive or the controller "
+                                                     "itself");
+        log.reset(open(QFile::encodeName(logPath).constData(), O_WRONLY | O_CREAT, 0666));
+        if (log < 0)
+            return complain(kBadInput, withError(logPath));
+    }
+    const QString path = controller.absoluteFilePath();
+    QString fault;
+    const int code =
+        sandbox::run(path,
+                     {kPlayInside, "--", path, name, options.value("channel"),
+                      options.value("speed"), QString::number(drive), QString::number(log)},
+                     &fault);
+    return code >= 0 ? code : complain(kNoBoard, fault);
+}
+
+/// The part of it inside the sandbox, with the arguments that play() gave to it.
+int playInside(const QStringList &arguments)
+{
+    if (arguments.size() != 8)
+        return complain(kBadInput, QStringLiteral("%1 is for the bench itself").arg(kPlayInside));
+    const QString &controller = arguments[0];
+    const QString &name = arguments[1];
+    const QString &channel = arguments[2];
+    const double speed = arguments[3].toDouble();
+    const int driveFd = arguments[4].toInt();
+    const int logFd = arguments[5].toInt();
+    sandbox::Inside inside(arguments[6], arguments[7]);
+
+    Drive drive;
+    QString fault = readDrive(driveFd, name, channel, &drive);
+    if (fault.isEmpty() && (speed < drive.slowest || speed > drive.fastest))
+        fault = QStringLiteral("%1: holds at --speed %2 to %3 only")
+                    .arg(name)
+                    .arg(drive.slowest)
+                    .arg(drive.fastest);
+    if (!fault.isEmpty())
+        return complain(kBadInput, fault);
+
+    Board board({controller, drive.rendererFromStart, drive.hasWatchdog});
+    fault = board.build();
+    if (!fault.isEmpty())
+        return complain(kNoBoard, fault);
+    QFile log;
+    if (logFd >= 0) {
+        [[maybe_unused]] const int ignored = ftruncate(logFd, 0); // a pipe has no length
+        log.open(logFd, QIODevice::WriteOnly | QIODevice::Unbuffered);
+    }
+    QFile output;
+    output.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered);
+    QTextStream out(&output);
+    signal(SIGPIPE, SIG_IGN); // a reader that leaves shows as an error of writing
+    const Outcome outcome =
+        playDrive(board, drive,
+                  {speed, out, isatty(STDOUT_FILENO) == 1, log.isOpen() ? &log : nullptr}, inside);
+    return outcome.complaint.isEmpty() ? outcome.code : complain(outcome.code, outcome.complaint);
+}
+
+/// Writes the frames of a drive on standard output, as `candump -L` does.
+int record(const QString &path, const QString &channel)
+{
+    const Descriptor descriptor(openDrive(path));
+    if (descriptor < 0)
+        return complain(kBadInput, withError(nameOf(path)));
+    Drive drive;
+    const QString fault = readDrive(descriptor, nameOf(path), channel, &drive);
+    if (!fault.isEmpty())
+        return complain(kBadInput, fault);
+    QFile output;
+    output.open(STDOUT_FILENO, QIODevice::WriteOnly);
+    for (const BusFrame &frame : drive.frames)
+        output.write(candumpLine(frame, channel.toUtf8()));
+    if (!output.flush() || output.error() != QFileDevice::NoError)
+        return complain(kFailed, "standard output: " + output.errorString());
+    return kHeld;
+}
+
+int complainOfUsage(const QString &text)
+{
+    return complain(kBadInput, text + "; see pvm-bench --help");
+}
+
+int run(const QString &command, const QString &drive, const QCommandLineParser &options)
+{
+    const QString channel = options.value("channel");
     bool isNumber = false;
-    const double speed = options.speed.toDouble(&isNumber);
+    const double speed = options.value("speed").toDouble(&isNumber);
     if (!isNumber || !(speed >= 0.01 && speed <= 100))
-        return complainOfUsage(QStringLiteral("--speed must be a number from 0.01 to 100"));
-    for (const QString &given : {options.drive, options.controller, options.channel})
+        return complainOfUsage("--speed must be a number from 0.01 to 100");
+    for (const QString &given : {drive, options.value("controller"), channel})
         if (given.isEmpty())
-            return complainOfUsage(QStringLiteral("an empty name is none"));
-    return command == QLatin1String("record") ? record(options.drive, options.channel)
-                                              : play(options);
+            return complainOfUsage("an empty name is none");
+    return command == "record" ? record(drive, channel) : play(drive, options);
 }
 
 } // namespace
@@ -34,63 +169,48 @@ int run(const QString &command, const PlayOptions &options)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("pvm-bench"));
+    QCoreApplication::setApplicationName("pvm-bench");
     QCoreApplication::setApplicationVersion(QStringLiteral(PVM_BENCH_VERSION));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Plays a drive on a simulated board.\n\n"
-                       "Exit status: 0 everything expected held, 1 the drive failed, 2 bad input,\n"
-                       "3 the sandbox or the controller did not start, 130 or 143 interrupted."));
-    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
-                                  QStringLiteral("Shows this help."));
+        "Plays a drive on a simulated board.\n\n"
+        "Exit status: 0 everything expected held, 1 the drive failed, 2 bad input,\n"
+        "3 the sandbox or the controller did not start, 130 or 143 interrupted.");
+    const QString beside = QCoreApplication::applicationDirPath() + "/pvm-controller";
+    parser.addPositionalArgument("play DRIVE", "plays a drive file; - is standard input");
+    parser.addPositionalArgument("record DRIVE", "writes its frames as candump -L does",
+                                 "| record DRIVE");
+    parser.addPositionalArgument("words", "lists the words of the drive language", "| words");
     const auto version = parser.addVersionOption();
-    parser.addPositionalArgument(QStringLiteral("play DRIVE"),
-                                 QStringLiteral("plays a drive file; - is standard input"));
-    parser.addPositionalArgument(QStringLiteral("record DRIVE"),
-                                 QStringLiteral("writes its frames as candump -L does"),
-                                 QStringLiteral("| record DRIVE"));
-    parser.addPositionalArgument(QStringLiteral("words"),
-                                 QStringLiteral("lists the words of the drive language"),
-                                 QStringLiteral("| words"));
-    const QCommandLineOption speed(QStringLiteral("speed"),
-                                   QStringLiteral("Drive seconds per real second, 0.01 to 100."),
-                                   QStringLiteral("X"), QStringLiteral("1"));
-    const QCommandLineOption controller(
-        QStringLiteral("controller"),
-        QStringLiteral("The controller instead of the one beside, or a "
-                       "script that runs one."),
-        QStringLiteral("PATH"), QCoreApplication::applicationDirPath() + "/pvm-controller");
-    const QCommandLineOption log(QStringLiteral("log"),
-                                 QStringLiteral("Writes the controller's log to a file."),
-                                 QStringLiteral("FILE"));
-    const QCommandLineOption channel(QStringLiteral("channel"),
-                                     QStringLiteral("The channel of the log that is played."),
-                                     QStringLiteral("NAME"), QStringLiteral("can0"));
-    parser.addOptions({help, speed, controller, log, channel});
+    parser.addOptions(
+        {{{"h", "help"}, "Shows this help."},
+         {"speed", "Drive seconds per real second, 0.01 to 100.", "X", "1"},
+         {"controller", "The controller instead of the one beside, or a script that runs one.",
+          "PATH", beside},
+         {"log", "Writes the controller's log to a file.", "FILE"},
+         {"channel", "The channel of the log that is played.", "NAME", "can0"}});
 
     if (!parser.parse(QCoreApplication::arguments()))
-        return complainOfUsage(
-            parser.errorText().remove(QRegularExpression(QStringLiteral("\\.$"))));
-    if (parser.isSet(help))
+        return complainOfUsage(parser.errorText().remove(QRegularExpression("\\.$")));
+    if (parser.isSet("help"))
         parser.showHelp(kHeld);
     if (parser.isSet(version))
         parser.showVersion();
 
     QStringList words = parser.positionalArguments();
     const QString command = words.isEmpty() ? QString() : words.takeFirst();
-    if (command == QLatin1String("words") && words.isEmpty()) {
+    if (command == "words" && words.isEmpty()) {
         QTextStream(stdout) << wordListing();
         return kHeld;
     }
-    if (command == QLatin1String(kPlayInside))
+    if (command == kPlayInside)
         return playInside(words);
     if (command.isEmpty())
-        return complainOfUsage(QStringLiteral("play, record or words?"));
-    if (command != QLatin1String("play") && command != QLatin1String("record"))
+        return complainOfUsage("play, record or words?");
+    if (command != "play" && command != "record")
         return complainOfUsage(QStringLiteral("unknown command '%1'").arg(command));
     if (words.size() != 1)
         return complainOfUsage(QStringLiteral("%1 takes one drive file").arg(command));
-    return run(command, {words[0], parser.value(speed), parser.value(controller), parser.value(log),
-                         parser.value(channel)});
+    return run(command, words[0], parser);
 }

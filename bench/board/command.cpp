@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 
-// Stands for a command or script of the board: hands its words to the bench, waits for the exit
-// status and, where the command prints something, for the text.
+// Stands for a command or script of the board: hands its words to the bench and waits for the exit
+// status.
 
 #include "bench/board/places.h"
 
@@ -23,17 +23,6 @@ int fail(const char *command, const char *what)
     return kNoBench;
 }
 
-std::string joined(int count, char **words)
-{
-    std::string message;
-    for (int i = 0; i < count; ++i) {
-        if (i > 0)
-            message += '\0';
-        message += words[i];
-    }
-    return message;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -45,15 +34,15 @@ int main(int argc, char **argv)
     if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
         return fail(argv[0], "no bench");
 
-    const std::string request = joined(argc, argv);
+    std::string request = argv[0];
+    for (int i = 1; i < argc; ++i)
+        request += ' ' + std::string(argv[i]);
     if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) < 0)
         return fail(argv[0], "the bench does not listen");
 
-    char reply[65536];
+    unsigned char status = 0;
     errno = 0;
-    const ssize_t size = recv(fd, reply, sizeof reply, 0);
-    if (size <= 0)
+    if (recv(fd, &status, sizeof status, 0) <= 0)
         return fail(argv[0], "the bench does not answer");
-    fwrite(reply + 1, 1, static_cast<size_t>(size - 1), stdout);
-    return static_cast<unsigned char>(reply[0]);
+    return status;
 }

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <QtGlobal>
+
 #include <unistd.h>
 
 /// A file descriptor that is closed with its owner; -1 is none.
@@ -10,12 +12,7 @@ class Descriptor
 public:
     explicit Descriptor(int fd = -1) : mFd(fd) {}
     ~Descriptor() { reset(); }
-    Descriptor(Descriptor &&other) noexcept : mFd(other.release()) {}
-    Descriptor &operator=(Descriptor &&other) noexcept
-    {
-        reset(other.release());
-        return *this;
-    }
+    Q_DISABLE_COPY(Descriptor)
 
     operator int() const { return mFd; } // NOLINT(google-explicit-constructor)
 
@@ -24,13 +21,6 @@ public:
         if (mFd >= 0)
             close(mFd);
         mFd = fd;
-    }
-
-    int release()
-    {
-        const int fd = mFd;
-        mFd = -1;
-        return fd;
     }
 
 private:

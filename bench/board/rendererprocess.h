@@ -2,6 +2,9 @@
 
 #pragma once
 
+#include "bench/board/fact.h"
+#include "bench/board/places.h"
+
 #include <QProcess>
 
 /// The renderer stand-in's process: commands go in, what it has received comes out.
@@ -10,22 +13,61 @@ class RendererProcess : public QObject
     Q_OBJECT
 
 public:
-    explicit RendererProcess(QObject *parent = nullptr);
-    ~RendererProcess() override; ///< kills it
+    RendererProcess()
+    {
+        mProcess.setProgram(QString(places::kBench) + "/pvm-bench-renderer");
+        mProcess.setStandardErrorFile(QProcess::nullDevice());
+        connect(&mProcess, &QProcess::readyReadStandardOutput, this, &RendererProcess::readLines);
+        connect(&mProcess, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
+                [this] { report("ended"); });
+    }
+    ~RendererProcess() override { kill(); }
 
-    bool isRunning() const { return mProcess.state() != QProcess::NotRunning; }
-    void start();
-    void kill();                             ///< SIGKILL; ended() follows before it returns
-    void command(const QByteArray &command); ///< one line, as the renderer's usage lists them
+    /// Unless it runs.
+    void start()
+    {
+        if (isRunning())
+            return;
+        mProcess.start();
+        report("started");
+    }
+
+    /// SIGKILL; its end is told before it returns.
+    void kill()
+    {
+        mProcess.kill();
+        mProcess.waitForFinished();
+    }
+
+    /// "heartbeat", "turn-switch", "initialised" or "slog"; nothing while it does not run.
+    void setFlag(const QString &flag, bool on)
+    {
+        if (!isRunning())
+            return;
+        const QString command = flag + (on ? " on" : " off");
+        mProcess.write(command.toLatin1() + '\n');
+        report(command);
+    }
 
 Q_SIGNALS:
-    void ended();
+    void happened(const Fact &fact);
     void attached(); ///< the link with the controller works
-    void holding();  ///< it keeps the segment to itself
-    void record(const QString &field, const QString &value);
 
 private:
-    void readLines();
+    void report(const QString &what) { Q_EMIT happened({Fact::Kind::Renderer, {}, what}); }
+    bool isRunning() const { return mProcess.state() != QProcess::NotRunning; }
+    void readLines()
+    {
+        while (mProcess.canReadLine()) {
+            const QStringList words = QString::fromLatin1(mProcess.readLine()).trimmed().split(' ');
+            if (words[0] == "attached")
+                Q_EMIT attached();
+            else if (words[0] == "holding")
+                report("holding");
+            else if (words[0] == "record" && words.size() == 3)
+                Q_EMIT happened({Fact::Kind::Record, words[1], words[2]});
+        }
+    }
 
     QProcess mProcess;
 };

@@ -22,32 +22,28 @@
 
 namespace {
 
-const QString kFolder = QLatin1String(places::kBench) + QLatin1Char('/');
+const QString kFolder = QString(places::kBench) + '/';
 constexpr char kStarted = 'S';
 
 int gInside = -1; // the socket to the inner process, for the signal handler
 
-QStringList words(const char *text)
-{
-    return QString::fromLatin1(text).split(QLatin1Char(' '));
-}
-
 // A root of its own, so that nothing of the host can be written and every mount point can be made.
 QStringList rootArguments()
 {
-    QStringList arguments = words("--unshare-ipc --unshare-pid --unshare-uts "
-                                  "--ro-bind /usr /usr --proc /proc --dev /dev "
-                                  "--tmpfs /tmp --tmpfs /run --tmpfs /sys --tmpfs /etc --chdir /");
+    const QString fixed = "--unshare-ipc --unshare-pid --unshare-uts --ro-bind /usr /usr "
+                          "--proc /proc --dev /dev --tmpfs /tmp --tmpfs /run --tmpfs /sys "
+                          "--tmpfs /etc --chdir /";
+    QStringList arguments = fixed.split(' ');
     for (const char *folder : {"/bin", "/lib", "/lib64", "/sbin"}) {
-        const QFileInfo info(QString::fromLatin1(folder));
+        const QFileInfo info(folder);
         if (info.isSymLink())
-            arguments << QStringLiteral("--symlink") << info.symLinkTarget() << info.filePath();
+            arguments << "--symlink" << info.symLinkTarget() << info.filePath();
         else if (info.exists())
-            arguments << QStringLiteral("--ro-bind") << info.filePath() << info.filePath();
+            arguments << "--ro-bind" << info.filePath() << info.filePath();
     }
     for (const char *file : {"ld.so.cache", "localtime", "passwd", "group", "fonts"}) {
-        const QString path = QStringLiteral("/etc/") + QLatin1String(file);
-        arguments << QStringLiteral("--ro-bind-try") << path << path;
+        const QString path = QString("/etc/") + file;
+        arguments << "--ro-bind-try" << path << path;
     }
     return arguments;
 }
@@ -55,16 +51,13 @@ QStringList rootArguments()
 QStringList programArguments()
 {
     const QDir beside(QCoreApplication::applicationDirPath());
-    const QDir canPlugins(QLibraryInfo::location(QLibraryInfo::PluginsPath) +
-                          QStringLiteral("/canbus"));
+    const QDir canPlugins(QLibraryInfo::location(QLibraryInfo::PluginsPath) + "/canbus");
     QStringList arguments;
     for (const char *name : {"pvm-bench", "pvm-bench-renderer", "pvm-bench-command"})
-        arguments << QStringLiteral("--ro-bind") << beside.filePath(QLatin1String(name))
-                  << kFolder + QLatin1String(name);
+        arguments << "--ro-bind" << beside.filePath(name) << kFolder + name;
     // Two plugins of one key would leave it to chance which one the controller gets.
-    const QString plugin = QStringLiteral("libpvm-bench-can.so");
-    return arguments << QStringLiteral("--tmpfs") << canPlugins.path()
-                     << QStringLiteral("--ro-bind") << beside.filePath(plugin)
+    const QString plugin = "libpvm-bench-can.so";
+    return arguments << "--tmpfs" << canPlugins.path() << "--ro-bind" << beside.filePath(plugin)
                      << canPlugins.filePath(plugin);
 }
 
@@ -76,29 +69,25 @@ QStringList controllerArguments(const QString &controller)
     for (const QString &path : {controller, QCoreApplication::applicationFilePath()}) {
         const QString folder = QFileInfo(path).path();
         // The sandbox's own folders stay its own.
-        const bool isShallow = folder.count(QLatin1Char('/')) < 2;
+        const bool isShallow = folder.count('/') < 2;
         const QString bound = isShallow ? path : folder;
-        if (!bound.startsWith(QLatin1String("/usr/")))
-            arguments << QStringLiteral("--ro-bind") << bound << bound;
+        if (!bound.startsWith("/usr/"))
+            arguments << "--ro-bind" << bound << bound;
     }
     return arguments;
 }
 
-QStringList environmentArguments()
+QProcessEnvironment environment()
 {
-    QStringList arguments{QStringLiteral("--clearenv")};
-    const auto set = [&arguments](const char *name, const QString &value) {
-        arguments << QStringLiteral("--setenv") << QLatin1String(name) << value;
-    };
-    set("PATH", QStringLiteral("/usr/bin:/bin"));
-    set("HOME", QStringLiteral("/tmp"));
-    set("LANG", QStringLiteral("C.UTF-8"));
+    QProcessEnvironment environment;
+    environment.insert("PATH", "/usr/bin:/bin");
+    environment.insert("HOME", "/tmp");
+    environment.insert("LANG", "C.UTF-8");
     for (const char *name :
-         {"TERM", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"}) {
+         {"TERM", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"})
         if (qEnvironmentVariableIsSet(name))
-            set(name, qEnvironmentVariable(name));
-    }
-    return arguments;
+            environment.insert(name, qEnvironmentVariable(name));
+    return environment;
 }
 
 /// Leads a process group of its own: what a terminal sends to a whole group reaches the outer
@@ -130,24 +119,21 @@ void catchSignals()
 bool waitForInside(int socket)
 {
     char byte = 0;
-    ssize_t size = 0;
-    while ((size = recv(socket, &byte, 1, 0)) < 0 && errno == EINTR) {
-    }
-    return size == 1 && byte == kStarted;
+    return TEMP_FAILURE_RETRY(recv(socket, &byte, 1, 0)) == 1 && byte == kStarted;
 }
 
 } // namespace
 
-int sandbox::run(const Setup &setup, QString *fault)
+int sandbox::run(const QString &controller, const QStringList &arguments, QString *fault)
 {
-    const QString bwrap = QStandardPaths::findExecutable(QStringLiteral("bwrap"));
+    const QString bwrap = QStandardPaths::findExecutable("bwrap");
     if (bwrap.isEmpty()) {
-        *fault = QStringLiteral("bubblewrap is missing: install the package `bubblewrap`");
+        *fault = "bubblewrap is missing: install the package `bubblewrap`";
         return -1;
     }
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0) {
-        *fault = QStringLiteral("no socket: ") + QString::fromLocal8Bit(strerror(errno));
+        *fault = QString("no socket: ") + strerror(errno);
         return -1;
     }
     const Descriptor outer(ends[0]);
@@ -160,9 +146,9 @@ int sandbox::run(const Setup &setup, QString *fault)
     GroupProcess process;
     process.setProcessChannelMode(QProcess::ForwardedOutputChannel);
     process.setStandardInputFile(QProcess::nullDevice());
-    process.start(bwrap, rootArguments() + programArguments() +
-                             controllerArguments(setup.controller) + environmentArguments() +
-                             QStringList{kFolder + QStringLiteral("pvm-bench")} + setup.arguments +
+    process.setProcessEnvironment(environment());
+    process.start(bwrap, rootArguments() + programArguments() + controllerArguments(controller) +
+                             QStringList{kFolder + "pvm-bench"} + arguments +
                              QStringList{QString::number(inner), QString::number(errorOutput)});
     process.waitForStarted(-1);
     inner.reset();
@@ -171,8 +157,7 @@ int sandbox::run(const Setup &setup, QString *fault)
     if (isInside)
         return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : EXIT_FAILURE;
     const QString said = QString::fromLocal8Bit(process.readAllStandardError()).simplified();
-    *fault = QStringLiteral("the sandbox cannot be made: ") +
-             (said.isEmpty() ? process.errorString() : said);
+    *fault = "the sandbox cannot be made: " + (said.isEmpty() ? process.errorString() : said);
     return -1;
 }
 

@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <QString>
 #include <QStringList>
 
 #include <functional>
@@ -19,18 +18,13 @@
  */
 namespace sandbox {
 
-struct Setup
-{
-    QString controller;    ///< path of the program that is or runs the controller
-    QStringList arguments; ///< for pvm-bench inside, which gets two more: see Inside
-};
-
 /**
- * Runs /bench/pvm-bench with the arguments inside and returns its exit status, or -1 with what is
- * wrong in @p fault, one line. SIGINT, SIGTERM and SIGHUP are told to it the first time; the second
+ * Runs /bench/pvm-bench inside, with the arguments and two more, see Inside, and returns its exit
+ * status, or -1 with what is wrong in @p fault, one line. @p controller: path of the program that
+ * is or runs the controller. SIGINT, SIGTERM and SIGHUP are told to it the first time; the second
  * one ends this process. Descriptors without close-on-exec stay open inside.
  */
-int run(const Setup &setup, QString *fault);
+int run(const QString &controller, const QStringList &arguments, QString *fault);
 
 /// The inner process's end. Its two arguments are descriptors: the socket and the true stderr.
 class Inside

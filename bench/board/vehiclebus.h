@@ -3,9 +3,13 @@
 #pragma once
 
 #include "bench/board/busframe.h"
+#include "bench/board/fact.h"
+#include "bench/board/places.h"
 #include "bench/board/socketserver.h"
 
-#include <QObject>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 
 /**
  * The interface can0 and the one CAN device that may be open on it. Frames go out at once or are
@@ -17,33 +21,110 @@ class VehicleBus : public QObject
     Q_OBJECT
 
 public:
-    explicit VehicleBus(QObject *parent = nullptr);
+    VehicleBus()
+    {
+        connect(&mServer, &SocketServer::connected, this, &VehicleBus::handleConnected);
+        connect(&mServer, &SocketServer::disconnected, this, &VehicleBus::handleDisconnected);
+    }
 
     /// Returns what is wrong, or an empty text.
-    QString build();
+    QString build()
+    {
+        mQueuedSize = measureQueuedFrame();
+        if (mQueuedSize <= 0)
+            return "the kernel does not tell what waits in a socket";
+        return mServer.listen(places::kBus);
+    }
 
-    void send(const BusFrame &frame);
+    void send(const BusFrame &frame)
+    {
+        ++mSent;
+        if (!mIsUp || mDevice < 0 || !SocketServer::send(mDevice, &frame, sizeof frame))
+            lose(1);
+    }
 
     bool isUp() const { return mIsUp; }
     void setUp(bool up) { mIsUp = up; }
 
-    void disconnectDevice(); ///< what waits in its queue is lost
+    /// What waits in its queue is lost.
+    void disconnectDevice()
+    {
+        if (mDevice >= 0)
+            handleDisconnected(mDevice);
+        mServer.dropAll();
+    }
 
-    qint64 devicePid() const; ///< of the process that has opened the device, 0 without
+    /// Of the process that has opened the device, 0 without.
+    qint64 devicePid() const
+    {
+        ucred peer = {};
+        socklen_t size = sizeof peer;
+        if (mDevice < 0 || getsockopt(mDevice, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+            return 0;
+        return peer.pid;
+    }
 
     quint64 sent() const { return mSent; }
     quint64 lost() const { return mLost; }
-    quint64 waiting() const; ///< in the device's receive queue
+    /// In the device's receive queue.
+    quint64 waiting() const
+    {
+        return mDevice < 0 ? 0 : static_cast<quint64>(queuedBytes(mDevice) / mQueuedSize);
+    }
+
     quint64 taken() const { return mSent - mLost - waiting(); }
 
 Q_SIGNALS:
     void connected();
-    void losing(); ///< a frame was lost, the first since the bus was made
+    void happened(const Fact &fact); ///< a frame was lost, the first since the bus was made
 
 private:
-    void handleConnected(int client);
-    void handleDisconnected(int client);
-    void lose(quint64 count);
+    /// Bytes of the messages that the other end has not read yet, with the kernel's own surcharge.
+    static int queuedBytes(int socket)
+    {
+        int bytes = 0;
+        return ioctl(socket, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
+    }
+
+    /// The kernel's surcharge is its own affair; a frame that surely waits tells it.
+    static int measureQueuedFrame()
+    {
+        int pair[2];
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) != 0)
+            return 0;
+        const Descriptor near(pair[0]);
+        const Descriptor far(pair[1]);
+        const BusFrame frame;
+        return SocketServer::send(near, &frame, sizeof frame) ? queuedBytes(near) : 0;
+    }
+
+    void handleConnected(int client)
+    {
+        // One receive queue is enough: a second device would only blur what the first has taken.
+        if (mDevice >= 0) {
+            mServer.drop(client);
+            return;
+        }
+        mDevice = client;
+        Q_EMIT connected();
+    }
+
+    void handleDisconnected(int client)
+    {
+        if (client != mDevice)
+            return;
+        const quint64 left = waiting();
+        mDevice = -1;
+        lose(left);
+    }
+
+    void lose(quint64 count)
+    {
+        const bool isFirst = mLost == 0 && count > 0;
+        mLost += count;
+        if (isFirst)
+            Q_EMIT happened({Fact::Kind::Frames, {}, "lost"});
+    }
 
     SocketServer mServer;
     int mDevice = -1;

@@ -5,188 +5,92 @@
 #include "bench/board/printable.h"
 #include "bench/drive/words.h"
 
+#include <QRegularExpression>
+
 #include <algorithm>
 #include <cstdio>
 #include <linux/can.h>
+#include <vector>
 
 namespace {
 
-constexpr int kLongestChannel = 15; ///< of a network interface's name
-constexpr int kLargestData = 8;
-constexpr int kLargestFlexibleData = 64;
-
-int hexDigit(char c)
+/// From text in which H stands for a hex digit; \h is a blank or a tab.
+QRegularExpression pattern(const char *text)
 {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
+    return QRegularExpression(QString(text).replace('H', "[[:xdigit:]]"));
 }
 
-bool isNoHexDigit(char c)
-{
-    return hexDigit(c) < 0;
-}
+const QRegularExpression kHead = pattern(R"(\A\((0*\d{1,12}\.\d+)\)\h+([^\h#]{1,15})(?:\h+|\z))");
 
-QString quoted(const char *begin, const char *end)
+// Identifiers have 11 or 29 bits, and one more for error frames. A raw length and the direction may
+// follow; the bench needs neither.
+const QRegularExpression kFrame =
+    pattern(R"(\A([0-7]HH|[0-3]H{7})#(?:((?:HH){0,8})|R[0-8]?|#H(?:HH){0,64}))"
+            R"((?:_[9A-Fa-f])?(?:\h+[RT]?)?\z)");
+
+struct Fault
 {
-    const auto length = std::min<std::ptrdiff_t>(end - begin, 40);
-    return QStringLiteral("'%1'").arg(
-        printable(QString::fromUtf8(begin, static_cast<int>(length))));
+    QRegularExpression pattern; ///< fits a text that has it; what is captured is quoted
+    const char *text;
+};
+
+// The first one that fits is told, which is the leftmost. The last ones fit whatever is left.
+const std::vector<Fault> kHeadFaults = {
+    {pattern(R"(\A[^)]*\z)"), "time stamp without ')'"},
+    {pattern(R"(\A(?!\(0*\d{1,12}\.\d+\))([^)]*\)))"), "bad time stamp %1"},
+    {pattern(R"(\A[^)]*\)[^\h])"), "no blank behind the time stamp"},
+    {pattern(R"(\A[^)]*\)\h*(?:[^\h#]*#|\z))"), "missing channel"},
+    {pattern(R"(\A[^)]*\)\h*([^\h]*))"), "channel name %1 is too long"},
+};
+const std::vector<Fault> kFrameFaults = {
+    {pattern(R"(\A\z)"), "missing frame"},
+    {pattern(R"(\A([^\h#]*)(?:\h|\z))"), "no '#' in frame %1"},
+    {pattern(R"(\A(?!(?:HHH|H{8})#)([^#]*))"), "identifier %1 has not 3 or 8 hex digits"},
+    {pattern(R"(\A([89A-Fa-f]HH|[4-9A-Fa-f]H{7})#)"), "identifier %1 is too large"},
+    {pattern(R"(\AH*##(?!H))"), "CAN FD frame without flags"},
+    {pattern(R"(\AH*#(?!R)(?:#H)?+H*([^[:xdigit:]_\h]))"), "%1 is not a hex digit"},
+    {pattern(R"(\AH*#(?!R)(?:#H)?+(?:HH)*+H)"), "odd number of hex digits in the data"},
+    {pattern(R"(\AH*#(?:HH){9})"), "more than 8 bytes of data"},
+    {pattern(R"(\AH*##H(?:HH){65})"), "more than 64 bytes of data"},
+    {pattern(R"(\A[^\h_]*_(?![9A-Fa-f]))"), "bad raw length behind '_'"},
+    {pattern(R"(\AH*#(?:R[0-8]?|#?H*)(?:_H)?(?:\h+[RT]?)?(.*))"), "%1 behind the frame"},
+};
+
+QString faultOf(const QString &text, const std::vector<Fault> &faults)
+{
+    const auto fault = std::find_if(faults.begin(), faults.end() - 1, [&text](const Fault &f) {
+        return f.pattern.match(text).hasMatch();
+    });
+    const QString quoted = printable(fault->pattern.match(text).captured(1).left(40));
+    return QString(fault->text).replace("%1", '\'' + quoted + '\'');
 }
 
 } // namespace
 
-QString FrameLine::read()
+QString readFrameLine(const QString &text, FrameLine *line)
 {
-    QString fault = readStamp();
-    if (fault.isEmpty())
-        fault = readChannel();
-    return fault.isEmpty() ? readFrame() : fault;
+    const QRegularExpressionMatch head = kHead.match(text);
+    if (!head.hasMatch())
+        return faultOf(text, kHeadFaults);
+    parseSeconds(head.captured(1), &line->frame.stampUs);
+    line->channel = head.captured(2);
+    return readFrame(text.mid(head.capturedEnd()), line);
 }
 
-QString FrameLine::readFrame()
+QString readFrame(const QString &text, FrameLine *line)
 {
-    QString fault = readIdentifier();
-    if (fault.isEmpty())
-        fault = readPayload();
-    return fault.isEmpty() ? readDirection() : fault;
-}
-
-const char *FrameLine::wordEnd() const
-{
-    return std::find_if(p, mEnd, [](char c) { return c == ' ' || c == '\t'; });
-}
-
-bool FrameLine::skipBlanks()
-{
-    const char *const before = p;
-    while (p != mEnd && (*p == ' ' || *p == '\t'))
-        ++p;
-    return p != before;
-}
-
-QString FrameLine::readStamp()
-{
-    const char *const close = std::find(p, mEnd, ')');
-    if (close == mEnd)
-        return QStringLiteral("time stamp without ')'");
-    if (std::find(p, close, '.') == close || !parseSeconds(p + 1, close, &frame.stampUs))
-        return QStringLiteral("bad time stamp %1").arg(quoted(p, close + 1));
-    p = close + 1;
+    const QRegularExpressionMatch match = kFrame.match(text);
+    if (!match.hasMatch())
+        return faultOf(text, kFrameFaults);
+    BusFrame &frame = line->frame;
+    frame.id = match.captured(1).toUInt(nullptr, 16);
+    if (match.capturedLength(1) == 8 && (frame.id & CAN_ERR_FLAG) == 0)
+        frame.id |= CAN_EFF_FLAG;
+    line->isPlayable = match.capturedStart(2) >= 0;
+    const QByteArray data = QByteArray::fromHex(match.captured(2).toLatin1());
+    frame.length = static_cast<uint8_t>(data.size());
+    std::copy(data.begin(), data.end(), frame.data);
     return {};
-}
-
-QString FrameLine::readChannel()
-{
-    if (!skipBlanks() && p != mEnd)
-        return QStringLiteral("no blank behind the time stamp");
-    channel = p;
-    p = wordEnd();
-    channelLength = static_cast<int>(p - channel);
-    if (channelLength == 0 || std::find(channel, p, '#') != p)
-        return QStringLiteral("missing channel");
-    if (channelLength > kLongestChannel)
-        return QStringLiteral("channel name %1 is too long").arg(quoted(channel, p));
-    return {};
-}
-
-QString FrameLine::readIdentifier()
-{
-    skipBlanks();
-    const char *const begin = p;
-    p = std::find(p, wordEnd(), '#');
-    const QString name = quoted(begin, p);
-    const auto digits = p - begin;
-    if (digits == 0 && p == mEnd)
-        return QStringLiteral("missing frame");
-    if (p == mEnd || *p != '#')
-        return QStringLiteral("no '#' in frame %1").arg(name);
-    if ((digits != 3 && digits != 8) || std::any_of(begin, p, isNoHexDigit))
-        return QStringLiteral("identifier %1 has not 3 or 8 hex digits").arg(name);
-    uint32_t id = 0;
-    for (const char *c = begin; c != p; ++c)
-        id = id << 4 | static_cast<uint32_t>(hexDigit(*c));
-    ++p;
-    return setIdentifier(id, digits == 3, name);
-}
-
-QString FrameLine::setIdentifier(uint32_t id, bool isStandard, const QString &name)
-{
-    const bool isError = !isStandard && (id & CAN_ERR_FLAG) != 0;
-    const uint32_t value = isError ? id & ~CAN_ERR_FLAG : id;
-    if (value > (isStandard ? CAN_SFF_MASK : CAN_EFF_MASK))
-        return QStringLiteral("identifier %1 is too large").arg(name);
-    frame.id = isStandard || isError ? id : id | CAN_EFF_FLAG;
-    return {};
-}
-
-QString FrameLine::readPayload()
-{
-    if (p != mEnd && *p == 'R')
-        return readRemote();
-    if (p != mEnd && *p == '#')
-        return readFlexibleData();
-    QString fault = readBytes(kLargestData);
-    return fault.isEmpty() ? readRawLength() : fault;
-}
-
-QString FrameLine::readRemote()
-{
-    isPlayable = false;
-    ++p;
-    if (p != mEnd && *p >= '0' && *p <= '8')
-        ++p;
-    return readRawLength();
-}
-
-QString FrameLine::readFlexibleData()
-{
-    isPlayable = false;
-    ++p;
-    if (p == mEnd || isNoHexDigit(*p))
-        return QStringLiteral("CAN FD frame without flags");
-    ++p;
-    return readBytes(kLargestFlexibleData);
-}
-
-QString FrameLine::readBytes(int most)
-{
-    const char *const end = std::find(p, wordEnd(), '_');
-    const char *const stray = std::find_if(p, end, isNoHexDigit);
-    if (stray != end)
-        return QStringLiteral("%1 is not a hex digit").arg(quoted(stray, stray + 1));
-    if ((end - p) % 2 != 0)
-        return QStringLiteral("odd number of hex digits in the data");
-    if ((end - p) / 2 > most)
-        return QStringLiteral("more than %1 bytes of data").arg(most);
-    for (; p != end; p += 2) {
-        if (isPlayable)
-            frame.data[frame.length++] = static_cast<uint8_t>(hexDigit(p[0]) << 4 | hexDigit(p[1]));
-    }
-    return {};
-}
-
-QString FrameLine::readRawLength()
-{
-    if (p == mEnd || *p != '_')
-        return {};
-    ++p;
-    if (p == mEnd || hexDigit(*p) <= kLargestData)
-        return QStringLiteral("bad raw length behind '_'");
-    ++p;
-    return {};
-}
-
-QString FrameLine::readDirection()
-{
-    const bool isApart = skipBlanks();
-    if (p != mEnd && isApart && (*p == 'R' || *p == 'T'))
-        ++p;
-    return p == mEnd ? QString() : QStringLiteral("%1 behind the frame").arg(quoted(p, mEnd));
 }
 
 QByteArray candumpLine(const BusFrame &frame, const QByteArray &channel)

@@ -23,20 +23,13 @@ public:
     int64_t nowUs() const { return isStarted() ? monotonicUs() - mStartUs : -1; }
     int64_t monotonicUs(int64_t realUs) const { return mStartUs + realUs; }
 
-    int64_t realUs(int64_t driveUs) const
-    {
-        return static_cast<int64_t>(static_cast<double>(driveUs) / mSpeed);
-    }
-    int64_t driveUs(int64_t realUs) const
-    {
-        return static_cast<int64_t>(static_cast<double>(realUs) * mSpeed);
-    }
+    int64_t realUs(int64_t driveUs) const { return int64_t(double(driveUs) / mSpeed); }
+    int64_t driveUs(int64_t realUs) const { return int64_t(double(realUs) * mSpeed); }
 
     /// The drive time of a real one in seconds, as a column of 9 characters; "boot" before 0.
     QString column(int64_t realUs) const
     {
-        return QStringLiteral("%1").arg(
-            realUs < 0 ? QStringLiteral("boot") : seconds(driveUs(realUs)), 9);
+        return (realUs < 0 ? "boot" : seconds(driveUs(realUs))).rightJustified(9);
     }
 
     static QString seconds(int64_t us, int digits = 3)

@@ -17,35 +17,34 @@ namespace {
 
 constexpr int kLongestLine = 4096;
 constexpr int kChannelsNamed = 8;          ///< in the message about a missing channel
-constexpr int kGapsTold = 8;               ///< the first few
+constexpr uint64_t kGapsTold = 8;          ///< the first few
 constexpr int64_t kLongGapUs = 60'000'000; ///< worth telling
 
 class Reader
 {
 public:
-    Reader(const QString &channel, Drive *drive) : mChannel(channel.toUtf8()), mDrive(drive) {}
+    Reader(const QString &channel, Drive *drive) : mChannel(channel), mDrive(drive) {}
 
     QString takeLine(const QByteArray &bytes, int number)
     {
         mLine = number;
         if (number == 1 && bytes.startsWith("\x1f\x8b"))
-            return QStringLiteral("packed with gzip; play it with: zcat FILE | pvm-bench play -");
+            return "packed with gzip; play it with: zcat FILE | pvm-bench play -";
         if (number == 1 && bytes.startsWith("\xef\xbb\xbf"))
-            return QStringLiteral("begins with a byte-order mark; save it without");
+            return "begins with a byte-order mark; save it without";
         const bool isWhole = bytes.endsWith('\n');
         if (!isWhole && bytes.size() >= kLongestLine)
             return QStringLiteral("line of more than %1 bytes").arg(kLongestLine);
-        const QByteArray line = bytes.trimmed();
-        if (line.isEmpty() || line.startsWith('#'))
+        const QByteArray trimmed = bytes.trimmed();
+        const QString line = QString::fromUtf8(trimmed.constData(), trimmed.size());
+        const bool isDropCount = line.startsWith("DROPCOUNT:");
+        mDropCounts += isDropCount ? 1 : 0;
+        if (line.isEmpty() || line.startsWith('#') || isDropCount)
             return {};
-        if (line.startsWith("DROPCOUNT:")) {
-            ++mDropCounts;
-            return {};
-        }
         if (!line.startsWith('('))
             return takeWords(line);
         QString fault = takeFrame(line);
-        if (isWhole || fault.isEmpty() || mFrames == 0)
+        if (isWhole || fault.isEmpty() || mFrameLine == 0)
             return fault;
         mDrive->remarks << QStringLiteral("line %1, the last, is cut off and left out").arg(number);
         return {};
@@ -54,7 +53,7 @@ public:
     QString finish()
     {
         mLine = std::max(mLine, 1);
-        QString fault = mFrames == 0 ? finishVehicle() : finishLog();
+        QString fault = mFrameLine == 0 ? finishVehicle() : finishLog();
         if (!fault.isEmpty())
             return fault;
         if (!mDrive->frames.empty())
@@ -65,7 +64,7 @@ public:
             if (statement.kind != Fact::Kind::Watchdog || mDrive->hasWatchdog)
                 continue;
             mLine = statement.line;
-            return QStringLiteral("nothing can be expected of a watchdog that the board has not");
+            return "nothing can be expected of a watchdog that the board has not";
         }
         return {};
     }
@@ -73,24 +72,26 @@ public:
     int line() const { return mLine; } ///< that the last fault is in
 
 private:
-    QString takeFrame(const QByteArray &bytes)
+    QString takeFrame(const QString &text)
     {
-        FrameLine line(bytes.constBegin(), bytes.constEnd());
-        QString fault = line.read();
+        FrameLine line;
+        QString fault = readFrameLine(text, &line);
         if (!fault.isEmpty())
-            return fault + hint(bytes);
+            return fault + hint(text);
         if (mVehicleLine > 0)
             return mixed(mVehicleLine);
-        if (mFrames++ == 0)
-            mFirstFrameLine = mLine;
-        if (mChannel != QByteArray::fromRawData(line.channel, line.channelLength)) {
-            noteOther(QString::fromUtf8(line.channel, line.channelLength));
+        if (mFrameLine == 0)
+            mFrameLine = mLine;
+        if (mChannel != line.channel) {
+            ++mElsewhere;
+            if (mOthers.size() < kChannelsNamed && !mOthers.contains(line.channel))
+                mOthers << printable(line.channel);
             return {};
         }
         if (mLastStampUs < 0)
             mDrive->startUs = line.frame.stampUs;
         else if (line.frame.stampUs < mLastStampUs)
-            return QStringLiteral("time stamp runs backwards");
+            return "time stamp runs backwards";
         else if (line.frame.stampUs - mLastStampUs > kLongGapUs)
             noteGap(line.frame.stampUs);
         mLastStampUs = line.frame.stampUs;
@@ -107,13 +108,6 @@ private:
             .arg(line);
     }
 
-    void noteOther(const QString &name)
-    {
-        ++mElsewhere;
-        if (mOthers.size() < kChannelsNamed && !mOthers.contains(name))
-            mOthers << printable(name);
-    }
-
     void noteGap(int64_t stampUs)
     {
         if (++mGaps <= kGapsTold)
@@ -124,35 +118,32 @@ private:
     }
 
     /// What the bench could play if it were written otherwise.
-    static QString hint(const QByteArray &line)
+    static QString hint(const QString &line)
     {
-        static const QRegularExpression plain(QStringLiteral("[0-9A-F]{3,8} +\\[[0-9]+\\]"));
-        return plain.match(QString::fromUtf8(line)).hasMatch()
-                   ? QStringLiteral("; this looks like candump without -L: record with candump -L")
-                   : QString();
+        static const QRegularExpression plain("[0-9A-F]{3,8} +\\[[0-9]+\\]");
+        return line.contains(plain) ? "; this looks like candump without -L: record with candump -L"
+                                    : QString();
     }
 
-    QString takeWords(const QByteArray &bytes)
+    QString takeWords(const QString &line)
     {
-        const QString line = QString::fromUtf8(bytes.constData(), bytes.size());
-        const QStringList start = line.simplified().split(' ');
-        if (start[0] != QLatin1String("at"))
+        static const QRegularExpression pattern("\\A(\\S+)\\s*(\\S*)");
+        const QRegularExpressionMatch start = pattern.match(line);
+        if (start.captured(1) != "at")
             return QStringLiteral("unknown word '%1'; a line begins with '(' (a frame as candump "
                                   "-L writes it), '#' or 'at'")
-                       .arg(printable(start[0])) +
-                   hint(bytes);
-        if (start.size() < 2)
-            return QStringLiteral("missing time after 'at'");
-        const QByteArray time = start[1].toUtf8();
+                       .arg(printable(start.captured(1))) +
+                   hint(line);
+        if (start.capturedLength(2) == 0)
+            return "missing time after 'at'";
         Statement statement;
         statement.line = mLine;
-        if (!parseSeconds(time.constBegin(), time.constEnd(), &statement.atUs))
+        if (!parseSeconds(start.captured(2), &statement.atUs))
             return QStringLiteral("'%1' is not a time in seconds, such as 2.5")
-                .arg(printable(start[1]));
+                .arg(printable(start.captured(2)));
         if (!mDrive->statements.empty() && statement.atUs < mDrive->statements.back().atUs)
-            return QStringLiteral("time runs backwards");
-        QString fault =
-            parseWords(line.mid(line.indexOf(start[1], 2) + start[1].size()), &statement);
+            return "time runs backwards";
+        QString fault = parseWords(line.mid(start.capturedEnd()), &statement);
         if (fault.isEmpty())
             fault = noteStatement(statement);
         mDrive->statements.push_back(statement);
@@ -161,39 +152,33 @@ private:
 
     QString noteStatement(const Statement &statement)
     {
+        if (statement.isOfVehicle() && mFrameLine > 0)
+            return mixed(mFrameLine);
         if (statement.isOfVehicle() && mVehicleLine == 0)
             mVehicleLine = statement.line;
-        if (statement.isOfVehicle() && mFrames > 0)
-            return mixed(mFirstFrameLine);
-        const bool isForWhole =
-            statement.verb == Verb::OmitWatchdog || statement.verb == Verb::Pace;
-        if (isForWhole && statement.atUs != 0)
-            return QStringLiteral("this is for the whole drive and stands at 0");
-        if (statement.verb == Verb::OmitWatchdog)
+        const bool isPace = statement.verb == Verb::Pace;
+        const bool isWithoutWatchdog = statement.verb == Verb::OmitWatchdog;
+        if ((isPace || isWithoutWatchdog) && statement.atUs != 0)
+            return "this is for the whole drive and stands at 0";
+        if (isWithoutWatchdog)
             mDrive->hasWatchdog = false;
-        if (statement.verb == Verb::Pace) {
+        if (isPace) {
             mDrive->slowest = static_cast<double>(statement.spanUs) / 1e6;
             mDrive->fastest = static_cast<double>(statement.limitUs) / 1e6;
         }
-        noteRenderer(statement);
-        return {};
-    }
-
-    void noteRenderer(const Statement &statement)
-    {
-        if (statement.verb < Verb::StartRenderer || statement.verb > Verb::SetRendererFlag)
-            return;
-        if (!mRendererSeen)
+        if (statement.isOfRenderer() && !mIsRendererSeen) {
             mDrive->rendererFromStart = statement.verb != Verb::StartRenderer;
-        mRendererSeen = true;
+            mIsRendererSeen = true;
+        }
+        return {};
     }
 
     QString finishVehicle()
     {
         if (mDrive->statements.empty())
-            return QStringLiteral("no frame and no word: nothing to play");
-        mDrive->startUs = Vehicle::kStartUs;
-        mDrive->frames = Vehicle(mDrive->statements).frames();
+            return "no frame and no word: nothing to play";
+        mDrive->startUs = vehicle::kStartUs;
+        mDrive->frames = vehicle::frames(mDrive->statements);
         return {};
     }
 
@@ -201,40 +186,35 @@ private:
     {
         if (mLastStampUs < 0)
             return QStringLiteral("no frame of channel %1 (seen: %2; --channel %3 plays it)")
-                .arg(QString::fromUtf8(mChannel), mOthers.join(QStringLiteral(", ")), mOthers[0]);
+                .arg(mChannel, mOthers.join(", "), mOthers[0]);
         if (mDrive->frames.empty())
-            return QStringLiteral("channel %1 has only CAN FD and remote frames")
-                .arg(QString::fromUtf8(mChannel));
-        if (mGaps > kGapsTold)
-            mDrive->remarks << QStringLiteral("and %1 more such gaps").arg(mGaps - kGapsTold);
-        if (mDrive->skipped)
-            mDrive->remarks << QStringLiteral("%1 CAN FD and remote frames of the log are skipped")
-                                   .arg(mDrive->skipped);
-        if (mElsewhere)
-            mDrive->remarks
-                << QStringLiteral("%1 frames of other channels are left out").arg(mElsewhere);
-        if (mDropCounts)
-            mDrive->remarks << QStringLiteral("%1 times candump told of frames that it had lost")
-                                   .arg(mDropCounts);
+            return QStringLiteral("channel %1 has only CAN FD and remote frames").arg(mChannel);
+        const std::pair<uint64_t, const char *> counts[] = {
+            {mGaps - std::min(mGaps, kGapsTold), "and %1 more such gaps"},
+            {mDrive->skipped, "%1 CAN FD and remote frames of the log are skipped"},
+            {mElsewhere, "%1 frames of other channels are left out"},
+            {mDropCounts, "%1 times candump told of frames that it had lost"},
+        };
+        for (const auto &[count, text] : counts)
+            if (count > 0)
+                mDrive->remarks << QString(text).arg(count);
         if (std::none_of(mDrive->frames.begin(), mDrive->frames.end(),
-                         [](const BusFrame &frame) { return Vehicle::isKnown(frame.id); }))
-            mDrive->remarks << QStringLiteral(
-                "no frame has an identifier that the controller knows");
+                         [](const BusFrame &frame) { return vehicle::isKnown(frame.id); }))
+            mDrive->remarks << "no frame has an identifier that the controller knows";
         return {};
     }
 
-    const QByteArray mChannel;
+    const QString mChannel;
     Drive *mDrive;
     int mLine = 0;
-    uint64_t mFrames = 0; ///< of all channels
-    int mFirstFrameLine = 0;
+    int mFrameLine = 0;   ///< of the first frame, of any channel
     int mVehicleLine = 0; ///< of the first word of the vehicle
     int64_t mLastStampUs = -1;
     uint64_t mElsewhere = 0; ///< frames of other channels
     QStringList mOthers;     ///< other channels seen, the first few
-    int mGaps = 0;
-    int mDropCounts = 0;
-    bool mRendererSeen = false;
+    uint64_t mGaps = 0;
+    uint64_t mDropCounts = 0;
+    bool mIsRendererSeen = false;
 };
 
 } // namespace

@@ -2,13 +2,10 @@
 
 #pragma once
 
-#include "bench/board/busframe.h"
 #include "bench/drive/words.h"
 
-#include <QString>
 #include <QStringList>
 
-#include <cstdint>
 #include <vector>
 
 /**

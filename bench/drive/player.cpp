@@ -2,17 +2,13 @@
 
 #include "bench/drive/player.h"
 
-#include "bench/board/printable.h"
 #include "bench/drive/summary.h"
 
+#include <QEventLoop>
 #include <QFileDevice>
-#include <QMap>
 
-#include <algorithm>
-#include <limits>
 #include <poll.h>
 #include <sys/timerfd.h>
-#include <unistd.h>
 
 namespace {
 
@@ -26,319 +22,348 @@ int milliseconds(int64_t us)
     return static_cast<int>(std::min<int64_t>(us / 1000, std::numeric_limits<int>::max()));
 }
 
+/// Plays each frame and each statement at its deadline on the monotonic clock, so that a late
+/// wake-up does not shift what follows. What is due at one wake-up goes out at once.
+class Player : public QObject
+{
+public:
+    Player(Board &board, const Drive &drive, const Playing &how)
+        : mBoard(board),
+          mDrive(drive),
+          mHow(how),
+          mClock(how.speed),
+          mTimeline(how.out, mClock, how.isColoured),
+          mExpectations(mClock, drive.statements, [this](const QString &text, bool held) {
+              mTimeline.note(mClock.nowUs(), "expect", text, !held);
+          })
+    {
+        connect(&mBoard, &Board::ready, this, &Player::onReady);
+        connect(&mBoard, &Board::startFailed, this, &Player::onStartFailed);
+        connect(&mBoard, &Board::happened, this, &Player::onHappened);
+        connect(&mBoard, &Board::controllerLost, this, &Player::fail);
+        connect(&mDeadline, &QSocketNotifier::activated, this, &Player::onDeadline);
+        for (QTimer *timer : {&mRecordsDue, &mPowerUp})
+            timer->setSingleShot(true);
+        connect(&mRecordsDue, &QTimer::timeout, this, &Player::takeRecords);
+        connect(&mPowerUp, &QTimer::timeout, &mBoard, &Board::powerOn);
+        connect(&mHousekeeping, &QTimer::timeout, this, &Player::onHousekeeping);
+        mHousekeeping.start(kHousekeepingMs);
+    }
+
+    Outcome run()
+    {
+        mTimeline.note(-1, "drive",
+                       QStringLiteral("lasts %1 s and has %2 frames")
+                           .arg(DriveClock::seconds(mDrive.endUs, 1))
+                           .arg(mDrive.frames.size()));
+        for (const QString &remark : mDrive.remarks)
+            mTimeline.note(-1, "drive", remark);
+        mTimeline.note(-1, "board", "powered, waiting for the controller");
+        mBoard.powerOn();
+        if (!mIsFinished)
+            mLoop.exec();
+        return mOutcome;
+    }
+
+    void interrupt(int signal)
+    {
+        if (mIsFinished)
+            return;
+        mTimeline.note(mClock.nowUs(), "board", "interrupted", true);
+        finish(128 + signal);
+    }
+
+private:
+    bool isStatementNext() const
+    {
+        if (mNextStatement == mDrive.statements.size())
+            return false;
+        return mNextFrame == mDrive.frames.size() ||
+               mDrive.statements[mNextStatement].atUs <= mDrive.timeOf(mDrive.frames[mNextFrame]);
+    }
+
+    int64_t nextItemUs() const
+    {
+        if (isStatementNext())
+            return mClock.realUs(mDrive.statements[mNextStatement].atUs);
+        if (mNextFrame < mDrive.frames.size())
+            return mClock.realUs(mDrive.timeOf(mDrive.frames[mNextFrame]));
+        return kNever;
+    }
+
+    void onReady()
+    {
+        if (mClock.isStarted())
+            return; // another life of the board
+        mClock.start();
+        onDeadline();
+    }
+
+    void onStartFailed(const QString &reason)
+    {
+        if (mClock.isStarted())
+            fail(reason);
+        else
+            end(kNoBoard, reason);
+    }
+
+    void onHappened(const Fact &fact)
+    {
+        if (mIsFinished)
+            return;
+        if (fact.kind == Fact::Kind::Record) {
+            mRecordsDue.start(0);
+            mRecords.push_back(fact);
+            return;
+        }
+        takeRecords();
+        if (fact.kind == Fact::Kind::Log)
+            writeLog(fact.subject);
+        if (mIsFinished)
+            return;
+        const int64_t now = mClock.nowUs();
+        const bool isOff = fact.kind == Fact::Kind::Power && fact.value == "off";
+        const bool isForeseen = mExpectations.isAwaited(fact.kind, fact.value);
+        mTimeline.take(fact, now);
+        mExpectations.take(fact, now);
+        if (isOff && !isForeseen)
+            fail("power off was not expected");
+        else if (isOff)
+            mPowerUp.start(0);
+        else if (now >= 0)
+            setDeadline();
+    }
+
+    void takeRecords()
+    {
+        if (mRecords.empty() || mIsFinished)
+            return;
+        const int64_t now = mClock.nowUs();
+        for (const Fact &fact : mRecords)
+            mTimeline.take(fact, now);
+        for (const Fact &fact : mRecords)
+            mExpectations.take(fact, now);
+        mRecords.clear();
+        if (now >= 0)
+            setDeadline();
+    }
+
+    void onDeadline()
+    {
+        uint64_t expirations = 0;
+        [[maybe_unused]] const ssize_t ignored = read(mTimer, &expirations, sizeof expirations);
+        if (mIsFinished)
+            return;
+        playDue();
+        mExpectations.advance(mClock.nowUs());
+        setDeadline();
+    }
+
+    void onHousekeeping()
+    {
+        if (mIsFinished || isOutputBroken() || !mClock.isStarted())
+            return;
+        mTimeline.advance(mClock.nowUs());
+        mExpectations.advance(mClock.nowUs());
+        endWhenQuiet();
+    }
+
+    void playDue()
+    {
+        int64_t now = mClock.nowUs();
+        for (int64_t due = nextItemUs(); due <= now && !mIsFinished; due = nextItemUs()) {
+            mWorstLatenessUs = std::max(mWorstLatenessUs, now - due);
+            if (isStatementNext())
+                perform(mDrive.statements[mNextStatement++]);
+            else
+                mBoard.sendFrame(mDrive.frames[mNextFrame++]);
+            if (nextItemUs() > now)
+                now = mClock.nowUs();
+        }
+    }
+
+    void perform(const Statement &statement)
+    {
+        const QString &value = statement.value;
+        const bool isOn = value == "on";
+        switch (statement.verb) {
+        case Verb::StartRenderer:
+            return mBoard.renderer().start();
+        case Verb::KillRenderer:
+            return mBoard.renderer().kill();
+        case Verb::SetRendererFlag:
+            return mBoard.renderer().setFlag(statement.subject, isOn);
+        case Verb::SetBus:
+            return mBoard.setBusUp(value == "up");
+        case Verb::PressSwitch:
+            return mBoard.inputs().pressSwitch(value == "press");
+        case Verb::ClickSwitch:
+            return mBoard.inputs().clickSwitch(milliseconds(statement.spanUs));
+        case Verb::BounceSwitch:
+            return mBoard.inputs().bounceSwitch(milliseconds(statement.spanUs));
+        case Verb::SetLine:
+            return mBoard.inputs().set(statement.subject, isOn);
+        case Verb::SetReadable:
+            return mBoard.inputs().setReadable(statement.subject, value == "readable");
+        case Verb::SlowScripts:
+        case Verb::SetScripts:
+            return mBoard.setScripts(milliseconds(statement.spanUs), value == "failing");
+        case Verb::OmitWatchdog: // was built so
+        case Verb::Pace:
+        case Verb::End:
+            break;
+        default:
+            if (statement.isExpectation())
+                mExpectations.ask(statement, mClock.nowUs());
+            else // of the vehicle; its frames are made already
+                mTimeline.note(mClock.nowUs(), "car", statement.text);
+        }
+    }
+
+    void setDeadline()
+    {
+        const int64_t next = std::min(nextItemUs(), mExpectations.nextDueUs());
+        itimerspec deadline = {};
+        if (next != kNever) {
+            const int64_t us = mClock.monotonicUs(next);
+            deadline.it_value.tv_sec = us / 1'000'000;
+            deadline.it_value.tv_nsec = us % 1'000'000 * 1000;
+        }
+        timerfd_settime(mTimer, TFD_TIMER_ABSTIME, &deadline, nullptr);
+    }
+
+    void endWhenQuiet()
+    {
+        const int64_t now = mClock.nowUs();
+        if (mIsFinished || nextItemUs() != kNever || now < mClock.realUs(mDrive.endUs) ||
+            mExpectations.isWaiting())
+            return;
+        if (mQuietSinceUs < 0 || mBoard.isCommandRunning())
+            mQuietSinceUs = now;
+        if (mBoard.bus().waiting() == 0)
+            finish(kHeld);
+        else if (now - mQuietSinceUs > kQuietWithinUs)
+            fail("the controller hangs: it has not read the bus to its end");
+    }
+
+    void fail(const QString &reason)
+    {
+        if (mIsFinished)
+            return;
+        mTimeline.note(mClock.nowUs(), "board", reason, true);
+        mFailures << "FAILED: " + reason;
+        finish(kFailed);
+    }
+
+    void checkLost()
+    {
+        const bool isExpected =
+            std::any_of(mDrive.statements.begin(), mDrive.statements.end(),
+                        [](const Statement &s) { return s.kind == Fact::Kind::Frames; });
+        const QString lost = "FAILED: %1 frames were lost, which the drive does not expect";
+        if (mBoard.bus().lost() > 0 && !isExpected)
+            mFailures << lost.arg(mBoard.bus().lost());
+    }
+
+    void finish(int code)
+    {
+        mIsFinished = true;
+        mPowerUp.stop();
+        mDeadline.setEnabled(false);
+        checkLost();
+        const int64_t endUs = mClock.nowUs();
+        mTimeline.end(endUs);
+        Summary{mBoard, mDrive, mClock, mTimeline, mExpectations, endUs, mWorstLatenessUs, mHow.out}
+            .print();
+
+        mFailures = mExpectations.failures() + mFailures;
+        if (!mFailures.isEmpty())
+            tellFailure();
+        const bool isInterrupted = code > 128;
+        if (!isInterrupted && !mFailures.isEmpty())
+            code = kFailed;
+        const bool isAnyAsked = mExpectations.asked() > 0;
+        mHow.out << "\ndrive "
+                 << (isInterrupted     ? "interrupted"
+                     : code == kFailed ? "FAILED"
+                     : isAnyAsked      ? "held"
+                                       : "played; nothing was expected of it")
+                 << '\n';
+        mHow.out.flush();
+        // Nobody may take a run for held whose report was lost.
+        if (!isOutputBroken())
+            end(code, {});
+    }
+
+    void end(int code, const QString &complaint)
+    {
+        mIsFinished = true;
+        mOutcome = {code, complaint};
+        mLoop.quit();
+    }
+
+    void tellFailure()
+    {
+        mHow.out << "\nThe last lines of the controller's log:\n";
+        for (const QString &line : mBoard.controller().lastLines(kLogLinesShown))
+            mHow.out << "  " << printable(line) << '\n';
+        mHow.out << '\n';
+        for (const QString &failure : mFailures)
+            mHow.out << printable(failure, 1000) << '\n';
+    }
+
+    /// A full disk, or a reader that has left.
+    bool isOutputBroken()
+    {
+        pollfd output{STDOUT_FILENO, 0, 0};
+        const bool isLeft = poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
+        if (!isLeft && mHow.out.status() == QTextStream::Ok)
+            return false;
+        end(kFailed, "standard output: " +
+                         (isLeft ? "nobody reads it any more" : mHow.out.device()->errorString()));
+        return true;
+    }
+
+    void writeLog(const QString &line)
+    {
+        if (!mHow.log)
+            return;
+        const QByteArray text =
+            QStringLiteral("%1  %2\n").arg(mClock.column(mClock.nowUs()), line).toUtf8();
+        if (mHow.log->write(text) == text.size())
+            return;
+        const QString error = mHow.log->errorString();
+        mHow.log = nullptr;
+        fail("the log: " + error);
+    }
+
+    Board &mBoard;
+    const Drive &mDrive;
+    Playing mHow;
+    DriveClock mClock;
+    Timeline mTimeline;
+    Expectations mExpectations;
+    const Descriptor mTimer{timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)};
+    QSocketNotifier mDeadline{mTimer, QSocketNotifier::Read};
+    QTimer mHousekeeping;
+    QTimer mRecordsDue;         ///< the burst of record fields is over
+    QTimer mPowerUp;            ///< a board that lost its power gets it back
+    std::vector<Fact> mRecords; ///< fields of one burst, told together
+    size_t mNextFrame = 0;
+    size_t mNextStatement = 0;
+    int64_t mWorstLatenessUs = 0;
+    int64_t mQuietSinceUs = -1; ///< when everything was played and settled
+    QStringList mFailures;      ///< beside the expectations'
+    bool mIsFinished = false;
+    Outcome mOutcome;
+    QEventLoop mLoop;
+};
+
 } // namespace
 
-Player::Player(Board &board, const Drive &drive, double speed, QTextStream &out, bool isColoured,
-               QFileDevice *log)
-    : mBoard(board),
-      mDrive(drive),
-      mClock(speed),
-      mOut(out),
-      mTimeline(out, mClock, isColoured),
-      mExpectations(mClock, drive.statements,
-                    [this](const QString &text, bool held) {
-                        mTimeline.note(mClock.nowUs(), QStringLiteral("expect"), text, !held);
-                    }),
-      mLog(log),
-      mTimer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)),
-      mDeadline(mTimer, QSocketNotifier::Read)
+Outcome playDrive(Board &board, const Drive &drive, const Playing &how, sandbox::Inside &inside)
 {
-    connect(&mBoard, &Board::ready, this, &Player::onReady);
-    connect(&mBoard, &Board::startFailed, this, &Player::onStartFailed);
-    connect(&mBoard, &Board::happened, this, &Player::onHappened);
-    connect(&mBoard, &Board::controllerLost, this, &Player::fail);
-    connect(&mDeadline, &QSocketNotifier::activated, this, &Player::onDeadline);
-    for (QTimer *timer : {&mRecordsDue, &mPowerUp})
-        timer->setSingleShot(true);
-    connect(&mRecordsDue, &QTimer::timeout, this, &Player::takeRecords);
-    connect(&mPowerUp, &QTimer::timeout, &mBoard, &Board::powerOn);
-    connect(&mHousekeeping, &QTimer::timeout, this, &Player::onHousekeeping);
-    mHousekeeping.start(kHousekeepingMs);
-}
-
-void Player::run()
-{
-    mTimeline.note(-1, QStringLiteral("drive"),
-                   QStringLiteral("lasts %1 s and has %2 frames")
-                       .arg(DriveClock::seconds(mDrive.endUs, 1))
-                       .arg(mDrive.frames.size()));
-    for (const QString &remark : mDrive.remarks)
-        mTimeline.note(-1, QStringLiteral("drive"), remark);
-    mTimeline.note(-1, QStringLiteral("board"),
-                   QStringLiteral("powered, waiting for the controller"));
-    mBoard.powerOn();
-}
-
-bool Player::isStatementNext() const
-{
-    if (mNextStatement == mDrive.statements.size())
-        return false;
-    return mNextFrame == mDrive.frames.size() ||
-           mDrive.statements[mNextStatement].atUs <= mDrive.timeOf(mDrive.frames[mNextFrame]);
-}
-
-int64_t Player::nextItemUs() const
-{
-    if (isStatementNext())
-        return mClock.realUs(mDrive.statements[mNextStatement].atUs);
-    if (mNextFrame < mDrive.frames.size())
-        return mClock.realUs(mDrive.timeOf(mDrive.frames[mNextFrame]));
-    return kNever;
-}
-
-void Player::onReady()
-{
-    if (mClock.isStarted())
-        return; // another life of the board
-    mClock.start();
-    onDeadline();
-}
-
-void Player::onStartFailed(const QString &reason)
-{
-    if (mClock.isStarted())
-        fail(reason);
-    else
-        Q_EMIT broken(reason, true);
-}
-
-void Player::onHappened(const Fact &fact)
-{
-    if (mIsFinished)
-        return;
-    if (fact.kind == Fact::Kind::Record) {
-        mRecordsDue.start(0);
-        mRecords.push_back(fact);
-        return;
-    }
-    takeRecords();
-    if (fact.kind == Fact::Kind::Log)
-        writeLog(fact.subject);
-    if (mIsFinished)
-        return;
-    const int64_t now = mClock.nowUs();
-    const bool isOff = fact.kind == Fact::Kind::Power && fact.value == QLatin1String("off");
-    const bool isForeseen = mExpectations.isAwaited(fact.kind, fact.value);
-    mTimeline.take(fact, now);
-    mExpectations.take(fact, now);
-    if (isOff && !isForeseen)
-        fail(QStringLiteral("power off was not expected"));
-    else if (isOff)
-        mPowerUp.start(0);
-    else if (now >= 0)
-        setDeadline();
-}
-
-void Player::takeRecords()
-{
-    if (mRecords.empty() || mIsFinished)
-        return;
-    const int64_t now = mClock.nowUs();
-    for (const Fact &fact : mRecords)
-        mTimeline.take(fact, now);
-    for (const Fact &fact : mRecords)
-        mExpectations.take(fact, now);
-    mRecords.clear();
-    if (now >= 0)
-        setDeadline();
-}
-
-void Player::onDeadline()
-{
-    uint64_t expirations = 0;
-    [[maybe_unused]] const ssize_t ignored = read(mTimer, &expirations, sizeof expirations);
-    if (mIsFinished)
-        return;
-    playDue();
-    mExpectations.advance(mClock.nowUs());
-    setDeadline();
-}
-
-void Player::onHousekeeping()
-{
-    if (mIsFinished || isOutputBroken() || !mClock.isStarted())
-        return;
-    mTimeline.advance(mClock.nowUs());
-    mExpectations.advance(mClock.nowUs());
-    endWhenQuiet();
-}
-
-/// A full disk, or a reader that has left.
-bool Player::isOutputBroken()
-{
-    pollfd output{STDOUT_FILENO, 0, 0};
-    const bool isLeft = poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
-    if (!isLeft && mOut.status() == QTextStream::Ok)
-        return false;
-    mIsFinished = true;
-    Q_EMIT broken(
-        QStringLiteral("standard output: ") +
-            (isLeft ? QStringLiteral("nobody reads it any more") : mOut.device()->errorString()),
-        false);
-    return true;
-}
-
-void Player::playDue()
-{
-    int64_t now = mClock.nowUs();
-    for (int64_t due = nextItemUs(); due <= now && !mIsFinished; due = nextItemUs()) {
-        mWorstLatenessUs = std::max(mWorstLatenessUs, now - due);
-        if (isStatementNext())
-            perform(mDrive.statements[mNextStatement++]);
-        else
-            mBoard.sendFrame(mDrive.frames[mNextFrame++]);
-        if (nextItemUs() > now)
-            now = mClock.nowUs();
-    }
-}
-
-void Player::perform(const Statement &statement)
-{
-    const QString &value = statement.value;
-    const bool isOn = value == QLatin1String("on");
-    switch (statement.verb) {
-    case Verb::StartRenderer:
-        mBoard.startRenderer();
-        break;
-    case Verb::KillRenderer:
-        mBoard.killRenderer();
-        break;
-    case Verb::SetRendererFlag:
-        mBoard.setRendererFlag(statement.subject, isOn);
-        break;
-    case Verb::SetBus:
-        mBoard.setBusUp(value == QLatin1String("up"));
-        break;
-    case Verb::PressSwitch:
-        mBoard.inputs().pressSwitch(value == QLatin1String("press"));
-        break;
-    case Verb::ClickSwitch:
-        mBoard.inputs().clickSwitch(milliseconds(statement.spanUs));
-        break;
-    case Verb::BounceSwitch:
-        mBoard.inputs().bounceSwitch(milliseconds(statement.spanUs));
-        break;
-    case Verb::SetLine:
-        mBoard.inputs().set(statement.subject, isOn);
-        break;
-    case Verb::SetReadable:
-        mBoard.inputs().setReadable(statement.subject, value == QLatin1String("readable"));
-        break;
-    case Verb::SlowScripts:
-    case Verb::SetScripts:
-        mBoard.setScripts(milliseconds(statement.spanUs), value == QLatin1String("failing"));
-        break;
-    case Verb::OmitWatchdog: // was built so
-    case Verb::Pace:
-    case Verb::End:
-        break;
-    default:
-        if (statement.isExpectation())
-            mExpectations.ask(statement, mClock.nowUs());
-        else // of the vehicle; its frames are made already
-            mTimeline.note(mClock.nowUs(), QStringLiteral("car"), statement.text);
-    }
-}
-
-void Player::setDeadline()
-{
-    const int64_t next = std::min(nextItemUs(), mExpectations.nextDueUs());
-    itimerspec deadline = {};
-    if (next != kNever) {
-        const int64_t us = mClock.monotonicUs(next);
-        deadline.it_value.tv_sec = us / 1'000'000;
-        deadline.it_value.tv_nsec = us % 1'000'000 * 1000;
-    }
-    timerfd_settime(mTimer, TFD_TIMER_ABSTIME, &deadline, nullptr);
-}
-
-void Player::endWhenQuiet()
-{
-    const int64_t now = mClock.nowUs();
-    if (mIsFinished || nextItemUs() != kNever || now < mClock.realUs(mDrive.endUs) ||
-        mExpectations.isWaiting())
-        return;
-    if (mQuietSinceUs < 0 || mBoard.isCommandRunning())
-        mQuietSinceUs = now;
-    if (mBoard.bus().waiting() == 0)
-        finish(mExpectations.asked() == 0 ? Verdict::NothingExpected : Verdict::Held);
-    else if (now - mQuietSinceUs > kQuietWithinUs)
-        fail(QStringLiteral("the controller hangs: it has not read the bus to its end"));
-}
-
-void Player::interrupt()
-{
-    if (mIsFinished)
-        return;
-    mTimeline.note(mClock.nowUs(), QStringLiteral("board"), QStringLiteral("interrupted"), true);
-    finish(Verdict::Interrupted);
-}
-
-void Player::fail(const QString &reason)
-{
-    if (mIsFinished)
-        return;
-    mTimeline.note(mClock.nowUs(), QStringLiteral("board"), reason, true);
-    mFailures << QStringLiteral("FAILED: ") + reason;
-    finish(Verdict::Failed);
-}
-
-void Player::checkLost()
-{
-    const bool isExpected =
-        std::any_of(mDrive.statements.begin(), mDrive.statements.end(),
-                    [](const Statement &s) { return s.kind == Fact::Kind::Frames; });
-    if (mBoard.bus().lost() > 0 && !isExpected)
-        mFailures << QStringLiteral("FAILED: %1 frames were lost, which the drive does not expect")
-                         .arg(mBoard.bus().lost());
-}
-
-void Player::finish(Verdict verdict)
-{
-    mIsFinished = true;
-    mPowerUp.stop();
-    mDeadline.setEnabled(false);
-    checkLost();
-    const int64_t endUs = mClock.nowUs();
-    mTimeline.end(endUs);
-    Summary{mBoard, mDrive, mClock, mTimeline, mExpectations, endUs, mWorstLatenessUs}.print(mOut);
-
-    mFailures = mExpectations.failures() + mFailures;
-    if (!mFailures.isEmpty())
-        tellFailure();
-    if (verdict != Verdict::Interrupted && !mFailures.isEmpty())
-        verdict = Verdict::Failed;
-    static const QMap<Verdict, const char *> words{
-        {Verdict::Held, "held"},
-        {Verdict::NothingExpected, "played; nothing was expected of it"},
-        {Verdict::Failed, "FAILED"},
-        {Verdict::Interrupted, "interrupted"}};
-    mOut << "\ndrive " << words[verdict] << '\n';
-    mOut.flush();
-    // Nobody may take a run for held whose report was lost.
-    if (!isOutputBroken())
-        Q_EMIT finished(verdict);
-}
-
-void Player::tellFailure()
-{
-    mOut << "\nThe last lines of the controller's log:\n";
-    for (const QString &line : mBoard.controller().lastLines(kLogLinesShown))
-        mOut << "  " << printable(line) << '\n';
-    mOut << '\n';
-    for (const QString &failure : mFailures)
-        mOut << printable(failure, 1000) << '\n';
-}
-
-void Player::writeLog(const QString &line)
-{
-    if (!mLog)
-        return;
-    const QByteArray text =
-        QStringLiteral("%1  %2\n").arg(mClock.column(mClock.nowUs()), line).toUtf8();
-    if (mLog->write(text) == text.size())
-        return;
-    const QString error = mLog->errorString();
-    mLog = nullptr;
-    fail(QStringLiteral("the log: ") + error);
+    Player player(board, drive, how);
+    inside.watch([&player](int signal) { player.interrupt(signal); });
+    return player.run();
 }

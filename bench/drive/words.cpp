@@ -8,7 +8,6 @@
 
 #include <QDate>
 #include <QRegularExpression>
-#include <QStringList>
 #include <QVector>
 
 #include <algorithm>
@@ -16,11 +15,12 @@
 namespace {
 
 using Kind = Fact::Kind;
+constexpr Kind kNoKind{}; ///< of what is no expectation
 
 struct Row
 {
     Verb verb;
-    Kind kind; ///< for the expectations
+    Kind kind;
     const char *pattern;
     const char *meaning;
 };
@@ -29,70 +29,45 @@ struct Row
 // neither, and capitals stand for a value. What is chosen or given becomes the statement's subject
 // and value, in this order, and so does a word in <>.
 const Row kRows[] = {
-    {Verb::SetGear, {}, "gear P|R|N|D|undefined", "the lever; P at first"},
-    {Verb::SetLight, {}, "light OFF|LEFT|RIGHT", "the turn light; OFF at first"},
-    {Verb::SetKey, {}, "key OFF|1|ON", "the ignition key; ON at first"},
-    {Verb::SetSpeed,
-     {},
-     "speed SPEED [over SECONDS]",
+    {Verb::SetGear, kNoKind, "gear P|R|N|D|undefined", "the lever; P at first"},
+    {Verb::SetLight, kNoKind, "light OFF|LEFT|RIGHT", "the turn light; OFF at first"},
+    {Verb::SetKey, kNoKind, "key OFF|1|ON", "the ignition key; ON at first"},
+    {Verb::SetSpeed, kNoKind, "speed SPEED [over SECONDS]",
      "0 to 255, 0 at first; at once, or in a straight line that ends there"},
-    {Verb::SetAngle,
-     {},
-     "angle ANGLE [over SECONDS]",
+    {Verb::SetAngle, kNoKind, "angle ANGLE [over SECONDS]",
      "the steering wheel as the renderer gets it, -2838 to 2838, 0 at first; further turned it is "
      "cut there"},
-    {Verb::SetRadar,
-     {},
-     "radar LEVELS",
+    {Verb::SetRadar, kNoKind, "radar LEVELS",
      "six digits, sensor 5 first, 0 nothing to 3 near; 000000 at first"},
-    {Verb::SetClock,
-     {},
-     "clock DATE TIME",
+    {Verb::SetClock, kNoKind, "clock DATE TIME",
      "local, such as 2023-11-16 20:34; from then on it is sent and goes on"},
-    {Verb::SetLoad,
-     {},
-     "bus load PERCENT",
+    {Verb::SetLoad, kNoKind, "bus load PERCENT",
      "other talk fills the bus up to this share of 500 kbit/s; none at first"},
-    {Verb::SetAwake, {}, "bus asleep|awake", "whether anybody sends; awake at first"},
-    {Verb::SendFrame,
-     {},
-     "frame FRAME [every SECONDS for SECONDS]",
+    {Verb::SetAwake, kNoKind, "bus asleep|awake", "whether anybody sends; awake at first"},
+    {Verb::SendFrame, kNoKind, "frame FRAME [every SECONDS for SECONDS]",
      "a frame as candump -L writes it, such as 413#0102; 8 digits with bit 29 set, an error frame"},
-    {Verb::StartRenderer,
-     {},
-     "renderer start",
+    {Verb::StartRenderer, kNoKind, "renderer start",
      "starts the renderer, which runs from power-on unless this is a drive's first word to it"},
-    {Verb::KillRenderer, {}, "renderer kill", "kills it (SIGKILL)"},
-    {Verb::SetRendererFlag,
-     {},
-     "renderer heartbeat|turn-switch|initialised|slog on|off",
+    {Verb::KillRenderer, kNoKind, "renderer kill", "kills it (SIGKILL)"},
+    {Verb::SetRendererFlag, kNoKind, "renderer heartbeat|turn-switch|initialised|slog on|off",
      "what it tells the controller, which looks once a second or when its record changes"},
-    {Verb::SetBus, {}, "bus up|down", "the CAN interface; while it is down frames are lost"},
-    {Verb::PressSwitch, {}, "switch press|release", "the switch on the board; released at first"},
-    {Verb::ClickSwitch, {}, "switch click SECONDS", "pressed for that long, real seconds"},
-    {Verb::BounceSwitch,
-     {},
-     "switch bounce SECONDS",
+    {Verb::SetBus, kNoKind, "bus up|down", "the CAN interface; while it is down frames are lost"},
+    {Verb::PressSwitch, kNoKind, "switch press|release",
+     "the switch on the board; released at first"},
+    {Verb::ClickSwitch, kNoKind, "switch click SECONDS", "pressed for that long, real seconds"},
+    {Verb::BounceSwitch, kNoKind, "switch bounce SECONDS",
      "its line flips every few milliseconds for that long and ends as it was"},
-    {Verb::SetLine,
-     {},
-     "acc|deserializer-lock|serializer-lock on|off",
+    {Verb::SetLine, kNoKind, "acc|deserializer-lock|serializer-lock on|off",
      "ACC, off at first; the head unit's and the screen's link, on at first"},
-    {Verb::SetReadable,
-     {},
-     "switch|acc|deserializer-lock|serializer-lock unreadable|readable",
+    {Verb::SetReadable, kNoKind, "switch|acc|deserializer-lock|serializer-lock unreadable|readable",
      "whether the line's value file is there"},
-    {Verb::SlowScripts,
-     {},
-     "scripts slow SECONDS",
+    {Verb::SlowScripts, kNoKind, "scripts slow SECONDS",
      "the board's scripts end that much later, real seconds; the picture is routed then"},
-    {Verb::SetScripts,
-     {},
-     "scripts failing|normal",
+    {Verb::SetScripts, kNoKind, "scripts failing|normal",
      "they end with an error and route nothing; or at once"},
-    {Verb::OmitWatchdog, {}, "board without watchdog", "only at 0"},
-    {Verb::Pace, {}, "pace LOW to HIGH", "only at 0: the drive holds at --speed LOW to HIGH"},
-    {Verb::End, {}, "end", "the drive goes on until here; a vehicle of words sends no longer"},
+    {Verb::OmitWatchdog, kNoKind, "board without watchdog", "only at 0"},
+    {Verb::Pace, kNoKind, "pace LOW to HIGH", "only at 0: the drive holds at --speed LOW to HIGH"},
+    {Verb::End, kNoKind, "end", "the drive goes on until here; a vehicle of words sends no longer"},
     {Verb::ExpectState, Kind::Picture, "expect picture PVM|DA [within SECONDS | for SECONDS]",
      "the picture that is routed; PVM before any script has run"},
     {Verb::ExpectEvent, Kind::Command, "expect command \"TEXT\" [within SECONDS]",
@@ -147,16 +122,15 @@ struct Form
 
 QStringList withoutOptions(const QString &pattern)
 {
-    const int open = pattern.indexOf(QLatin1Char('['));
+    const int open = pattern.indexOf('[');
     if (open < 0)
         return {pattern};
-    const int close = pattern.indexOf(QLatin1Char(']'), open);
+    const int close = pattern.indexOf(']', open);
     const QStringList options = pattern.mid(open + 1, close - open - 1).split(" | ");
     QStringList result;
-    for (const QString &rest : withoutOptions(pattern.mid(close + 1))) {
+    for (const QString &rest : withoutOptions(pattern.mid(close + 1)))
         for (const QString &option : QStringList{QString()} + options)
-            result << pattern.left(open) + option + QLatin1Char(' ') + rest;
-    }
+            result << pattern.left(open) + option + ' ' + rest;
     return result;
 }
 
@@ -164,79 +138,49 @@ const QVector<Form> &forms()
 {
     static const QVector<Form> all = [] {
         QVector<Form> result;
-        for (const Row &row : kRows) {
-            for (const QString &form : withoutOptions(QString::fromLatin1(row.pattern)))
-                result.append({&row, form.simplified().split(QLatin1Char(' '))});
-        }
+        for (const Row &row : kRows)
+            for (const QString &form : withoutOptions(row.pattern))
+                result.append({&row, form.simplified().split(' ')});
         return result;
     }();
     return all;
 }
 
+bool isLike(const QString &text, const char *pattern)
+{
+    return QRegularExpression(QRegularExpression::anchoredPattern(pattern)).match(text).hasMatch();
+}
+
+bool isNumber(const QString &text, int low, int high)
+{
+    return isLike(text, "-?[0-9]{1,9}") && text.toInt() >= low && text.toInt() <= high;
+}
+
 bool isSeconds(const QString &text)
 {
     int64_t us = 0;
-    const QByteArray bytes = text.toUtf8();
-    return parseSeconds(bytes.constBegin(), bytes.constEnd(), &us);
-}
-
-int64_t microseconds(const QString &text)
-{
-    int64_t us = 0;
-    const QByteArray bytes = text.toUtf8();
-    parseSeconds(bytes.constBegin(), bytes.constEnd(), &us);
-    return us;
-}
-
-template <int low, int high> bool isNumber(const QString &text)
-{
-    static const QRegularExpression pattern(QStringLiteral("\\A-?[0-9]{1,9}\\z"));
-    return pattern.match(text).hasMatch() && text.toInt() >= low && text.toInt() <= high;
+    return parseSeconds(text, &us);
 }
 
 bool isOutput(const QString &text)
 {
-    const BoardLine *line = isNumber<0, 999>(text) ? boardlines::find(text.toInt()) : nullptr;
+    const BoardLine *line = isNumber(text, 0, 999) ? boardlines::find(text.toInt()) : nullptr;
     return line != nullptr && line->isOutput();
 }
 
-bool isHex(const QString &text)
+/// Returns what is wrong, or an empty text.
+QString readSentFrame(const QString &text, BusFrame *frame)
 {
-    static const QRegularExpression pattern(QStringLiteral("\\A[0-9a-f]{8}\\z"));
-    return pattern.match(text).hasMatch();
-}
-
-bool isLevels(const QString &text)
-{
-    static const QRegularExpression pattern(QStringLiteral("\\A[0-3]{6}\\z"));
-    return pattern.match(text).hasMatch();
-}
-
-bool isDate(const QString &text)
-{
-    return QDate::fromString(text, Qt::ISODate).isValid();
-}
-
-bool isTime(const QString &text)
-{
-    return QTime::fromString(text, QStringLiteral("hh:mm")).isValid();
-}
-
-QString readFrame(const QString &text, BusFrame *frame)
-{
-    const QByteArray bytes = text.toUtf8();
-    FrameLine line(bytes.constBegin(), bytes.constEnd());
-    QString fault = line.readFrame();
+    FrameLine line;
+    QString fault = readFrame(text, &line);
     *frame = line.frame;
-    return fault.isEmpty() && !line.isPlayable
-               ? QStringLiteral("CAN FD and remote frames are not sent")
-               : fault;
+    return fault.isEmpty() && !line.isPlayable ? "CAN FD and remote frames are not sent" : fault;
 }
 
 bool isFrame(const QString &text)
 {
     BusFrame frame;
-    return readFrame(text, &frame).isEmpty();
+    return readSentFrame(text, &frame).isEmpty();
 }
 
 const struct
@@ -247,41 +191,37 @@ const struct
     {"SECONDS", isSeconds},
     {"LOW", isSeconds},
     {"HIGH", isSeconds},
-    {"NUMBER", isNumber<-999999999, 999999999>},
-    {"SPEED", isNumber<0, 255>},
-    {"ANGLE", isNumber<-9999, 9999>},
-    {"PERCENT", isNumber<0, 100>},
+    {"NUMBER", [](const QString &text) { return isNumber(text, -999999999, 999999999); }},
+    {"SPEED", [](const QString &text) { return isNumber(text, 0, 255); }},
+    {"ANGLE", [](const QString &text) { return isNumber(text, -9999, 9999); }},
+    {"PERCENT", [](const QString &text) { return isNumber(text, 0, 100); }},
     {"OUTPUT", isOutput},
-    {"HEX", isHex},
-    {"LEVELS", isLevels},
-    {"DATE", isDate},
-    {"TIME", isTime},
+    {"HEX", [](const QString &text) { return isLike(text, "[0-9a-f]{8}"); }},
+    {"LEVELS", [](const QString &text) { return isLike(text, "[0-3]{6}"); }},
+    {"DATE", [](const QString &text) { return QDate::fromString(text, Qt::ISODate).isValid(); }},
+    {"TIME", [](const QString &text) { return QTime::fromString(text, "hh:mm").isValid(); }},
     {"FRAME", isFrame},
 };
 
-bool isText(const QString &element)
+QString withoutMarks(QString pattern)
 {
-    return element == QLatin1String("\"TEXT\"");
+    return pattern.remove('<').remove('>');
 }
 
 bool fits(const QString &element, const Word &word)
 {
-    if (isText(element) || word.quoted)
-        return isText(element) && word.quoted && !word.text.isEmpty();
-    for (const auto &value : kValues) {
-        if (element == QLatin1String(value.name))
+    if (element == "\"TEXT\"" || word.quoted)
+        return element == "\"TEXT\"" && word.quoted && !word.text.isEmpty();
+    for (const auto &value : kValues)
+        if (element == value.name)
             return value.fits(word.text);
-    }
-    if (element.startsWith(QLatin1Char('<')))
-        return element == QLatin1Char('<') + word.text + QLatin1Char('>');
-    return element.split(QLatin1Char('|')).contains(word.text);
+    return withoutMarks(element).split('|').contains(word.text);
 }
 
 /// Whether what stands there is the writer's choice, and not just a word of the language.
 bool isChosen(const QString &element)
 {
-    return element != element.toLower() || element.contains(QLatin1Char('|')) ||
-           element.startsWith(QLatin1Char('<'));
+    return element != element.toLower() || element.contains('|') || element.startsWith('<');
 }
 
 int fittingElements(const Form &form, const QVector<Word> &words)
@@ -293,48 +233,24 @@ int fittingElements(const Form &form, const QVector<Word> &words)
     return count;
 }
 
-QString withoutMarks(QString pattern)
-{
-    return pattern.remove(QLatin1Char('<')).remove(QLatin1Char('>'));
-}
-
-/// A quoted text from its opening quote on; leaves @p at behind its closing quote.
-QString takeQuoted(const QString &text, int *at, Word *word)
-{
-    word->quoted = true;
-    for (++*at; *at < text.size(); ++*at) {
-        if (text[*at] == QLatin1Char('"')) {
-            ++*at;
-            return {};
-        }
-        if (text[*at] == QLatin1Char('\\') && ++*at == text.size())
-            break;
-        word->text += text[*at];
-    }
-    return QStringLiteral("text without its closing quote");
-}
-
 QString splitWords(const QString &text, QVector<Word> *words)
 {
-    int at = 0;
-    while (true) {
-        while (at < text.size() && text[at].isSpace())
-            ++at;
-        if (at == text.size())
-            return {};
-        Word word;
-        if (text[at] == QLatin1Char('"')) {
-            QString fault = takeQuoted(text, &at, &word);
-            if (!fault.isEmpty())
-                return fault;
-            if (at < text.size() && !text[at].isSpace())
-                return QStringLiteral("no blank behind the closing quote");
-        } else {
-            while (at < text.size() && !text[at].isSpace())
-                word.text += text[at++];
-        }
-        words->append(word);
+    static const QRegularExpression pattern(R"("((?:[^"\\]|\\.)*)("?)(\S?)|(\S+))");
+    static const QRegularExpression escape(R"(\\(.))");
+    auto matches = pattern.globalMatch(text);
+    while (matches.hasNext()) {
+        const QRegularExpressionMatch match = matches.next();
+        const bool isQuoted = match.capturedStart(1) >= 0;
+        if (isQuoted && match.capturedLength(2) == 0)
+            return "text without its closing quote";
+        if (isQuoted && match.capturedLength(3) > 0)
+            return "no blank behind the closing quote";
+        if (isQuoted)
+            words->append({match.captured(1).replace(escape, "\\1"), true});
+        else
+            words->append({match.captured(4)});
     }
+    return {};
 }
 
 QString whatIsAllowed(const QVector<Word> &words, int fitting)
@@ -349,16 +265,15 @@ QString whatIsAllowed(const QVector<Word> &words, int fitting)
         else
             allowed << withoutMarks(form.elements[fitting]);
     }
+    allowed.removeDuplicates();
     // Only a frame can be wrong in more ways than one sees.
-    if (allowed == QStringList{QStringLiteral("FRAME"), QStringLiteral("FRAME")} &&
-        fitting < words.size()) {
+    if (allowed == QStringList{"FRAME"} && fitting < words.size()) {
         BusFrame frame;
-        return QStringLiteral("a frame, but ") + readFrame(words[fitting].text, &frame);
+        return "a frame, but " + readSentFrame(words[fitting].text, &frame);
     }
     if (mayEnd)
-        allowed << QStringLiteral("nothing more");
-    allowed.removeDuplicates();
-    return allowed.join(QStringLiteral(", "));
+        allowed << "nothing more";
+    return allowed.join(", ");
 }
 
 QString misfit(const QVector<Word> &words)
@@ -366,14 +281,11 @@ QString misfit(const QVector<Word> &words)
     int fitting = 0;
     for (const Form &form : forms())
         fitting = std::max(fitting, fittingElements(form, words));
-    const QString where =
-        fitting == 0 ? QStringLiteral("after the time")
-                     : QStringLiteral("after '%1'").arg(printable(words[fitting - 1].text));
+    const auto quoted = [&words](int i) { return '\'' + printable(words[i].text) + '\''; };
+    const QString where = fitting == 0 ? "the time" : quoted(fitting - 1);
     const QString what =
-        fitting == words.size()
-            ? QStringLiteral("a word is missing")
-            : QStringLiteral("'%1' is not allowed").arg(printable(words[fitting].text));
-    return QStringLiteral("%1 %2; allowed there: %3")
+        fitting == words.size() ? "a word is missing" : quoted(fitting) + " is not allowed";
+    return QStringLiteral("%1 after %2; allowed there: %3")
         .arg(what, where, whatIsAllowed(words, fitting));
 }
 
@@ -384,22 +296,18 @@ void fill(Statement *statement, const Form &form, const QVector<Word> &words)
     for (int i = 0; i < words.size(); ++i) {
         const QString &element = form.elements[i];
         const QString &word = words[i].text;
-        if (element == QLatin1String("within")) {
-            statement->limit = Limit::Within;
-        } else if (element == QLatin1String("for")) {
-            statement->limit = Limit::For;
-        } else if (element == QLatin1String("SECONDS") && statement->limit == Limit::None) {
-            statement->spanUs = microseconds(word);
-        } else if (element == QLatin1String("SECONDS") || element == QLatin1String("HIGH")) {
-            statement->limitUs = microseconds(word);
-        } else if (element == QLatin1String("LOW")) {
-            statement->spanUs = microseconds(word);
+        if (element == "within" || element == "for") {
+            statement->limit = element == "for" ? Limit::For : Limit::Within;
+        } else if (element == "LOW" || (element == "SECONDS" && statement->limit == Limit::None)) {
+            parseSeconds(word, &statement->spanUs);
+        } else if (element == "HIGH" || element == "SECONDS") {
+            parseSeconds(word, &statement->limitUs);
         } else if (isChosen(element)) {
             statement->subject = statement->value;
             statement->value = word;
         }
-        if (element == QLatin1String("FRAME"))
-            readFrame(word, &statement->frame);
+        if (element == "FRAME")
+            readSentFrame(word, &statement->frame);
     }
 }
 
@@ -421,37 +329,22 @@ QString parseWords(const QString &text, Statement *statement)
     return misfit(words);
 }
 
-bool parseSeconds(const char *begin, const char *end, int64_t *us)
+bool parseSeconds(const QString &text, int64_t *us)
 {
-    const auto isDigit = [end](const char *p) { return p != end && *p >= '0' && *p <= '9'; };
-    const char *p = begin;
-    int64_t whole = 0;
-    for (; isDigit(p); ++p) {
-        whole = whole * 10 + (*p - '0');
-        if (whole > 1'000'000'000'000)
-            return false;
-    }
-    if (p == begin)
-        return false;
-    int64_t fraction = 0;
-    if (p != end && *p == '.') {
-        const char *digits = ++p;
-        for (int64_t unit = 100'000; isDigit(p); ++p, unit /= 10)
-            fraction += (*p - '0') * unit;
-        if (p == digits)
-            return false;
-    }
-    *us = whole * 1'000'000 + fraction;
-    return p == end;
+    static const QRegularExpression pattern("\\A(0*\\d{1,12})(?:\\.(\\d+))?\\z");
+    const QRegularExpressionMatch match = pattern.match(text);
+    const QString fraction = match.captured(2).left(6).leftJustified(6, '0');
+    *us = match.captured(1).toLongLong() * 1'000'000 + fraction.toLongLong();
+    return match.hasMatch();
 }
 
 QString wordListing()
 {
     QString listing;
     for (const Row &row : kRows) {
-        listing += QStringLiteral("at SECONDS %1\n").arg(withoutMarks(QLatin1String(row.pattern)));
+        listing += QStringLiteral("at SECONDS %1\n").arg(withoutMarks(row.pattern));
         if (*row.meaning)
-            listing += QStringLiteral("        %1\n").arg(QLatin1String(row.meaning));
+            listing += QStringLiteral("        %1\n").arg(row.meaning);
     }
     return listing;
 }

@@ -5,10 +5,6 @@
 #include "bench/board/busframe.h"
 #include "bench/board/fact.h"
 
-#include <QString>
-
-#include <cstdint>
-
 /// What a drive asks for at a moment. The words behind each are tabled in words.cpp.
 enum class Verb {
     // The vehicle; value, and spanUs for ramps.
@@ -64,6 +60,10 @@ struct Statement
     QString text;        ///< as written
 
     bool isOfVehicle() const { return verb <= Verb::SendFrame; }
+    bool isOfRenderer() const
+    {
+        return verb >= Verb::StartRenderer && verb <= Verb::SetRendererFlag;
+    }
     bool isExpectation() const { return verb >= Verb::ExpectState; }
 };
 
@@ -72,8 +72,8 @@ struct Statement
 QString parseWords(const QString &text, Statement *statement);
 
 /// Reads "12", "0.25" or "1700000000.123456" into microseconds; further digits are cut off. False
-/// for anything else, and above 10^12 s.
-bool parseSeconds(const char *begin, const char *end, int64_t *us);
+/// for anything else, and from 10^12 s on.
+bool parseSeconds(const QString &text, int64_t *us);
 
 /// The table of words, one row a line, for people.
 QString wordListing();

@@ -1,12 +1,19 @@
 // SPDX-License-Identifier: MIT
 
-#include "bench/renderer/renderer.h"
+// Stands for the process that draws the panoramic view: the renderer's end of the link. Lines
+// "FLAG on|off" and "hold" on standard input tell it what to say, until the input's end; on
+// standard output it tells what it has received.
 
+#include "bench/board/places.h"
 #include "devicedata/devicedatasmanager.h"
 #include "devicedata/sharedmemorycontrol.h"
 
 #include <QCoreApplication>
+#include <QMap>
+#include <QSharedMemory>
 #include <QSocketNotifier>
+#include <QSystemSemaphore>
+#include <QTimer>
 
 #include <cstdio>
 #include <unistd.h>
@@ -22,110 +29,190 @@ void print(const QByteArray &line)
     fflush(stdout);
 }
 
-QByteArray word(std::initializer_list<const char *> words, int code)
+/// The codes of the record in a drive's words.
+const QMap<int, QByteArray> kGears{
+    {kNoGear, "-"}, {kGearP, "P"}, {kGearR, "R"}, {kGearN, "N"}, {kGearD, "D"}};
+const QMap<int, QByteArray> kLights{
+    {kLightOff, "OFF"}, {kLightLeft, "LEFT"}, {kLightRight, "RIGHT"}, {kLightHazard, "HAZARD"}};
+const QMap<int, QByteArray> kKeys{{kKeyOff, "OFF"}, {kKeyStatus1, "1"}, {kIgnitionOn, "ON"}};
+
+QByteArray word(const QMap<int, QByteArray> &words, int code)
 {
-    const auto count = static_cast<int>(words.size());
-    return code >= 0 && code < count ? QByteArray(words.begin()[code]) : QByteArray::number(code);
+    return words.value(code, QByteArray::number(code));
 }
 
 QMap<QByteArray, QByteArray> texts(const DeviceData &record)
 {
-    return {{"gear", word({"-", "P", "R", "N", "D"}, record.gear)},
-            {"light", word({"OFF", "LEFT", "RIGHT", "HAZARD"}, record.lightStatus)},
-            {"key", word({"OFF", "1", "ON"}, record.keyStatus)},
+    return {{"gear", word(kGears, record.gear)},
+            {"light", word(kLights, record.lightStatus)},
+            {"key", word(kKeys, record.keyStatus)},
             {"speed", QByteArray::number(record.speed)},
             {"angle", QByteArray::number(record.angle)},
             {"radar",
              QByteArray::number(static_cast<quint32>(record.radar), 16).rightJustified(8, '0')}};
 }
 
-std::unique_ptr<SharedMemoryControl> makeLink()
+/**
+ * A look at the link's segment beside the exchanges themselves, under the same two locks.
+ *
+ * Tells when the controller has read this renderer's flags: a mark in the record's padding, which
+ * nobody looks at, is gone once the controller has written the record again, and it reads the
+ * flags in the same exchange.
+ */
+class LinkProbe
 {
-    // The record's manager has to be there before the link's thread.
-    DeviceDatasManager::self();
-    return std::make_unique<SharedMemoryControl>(false, nullptr);
-}
+public:
+    ~LinkProbe()
+    {
+        // The link's thread may be waiting for it, and is waited for next.
+        if (mIsHolding)
+            mSemaphore.release();
+    }
+
+    /// One step; call it every few ten milliseconds until it gives true.
+    bool isLinkLive()
+    {
+        if (!attach() || !mSemaphore.acquire())
+            return false;
+        bool live = false;
+        if (mSegment.lock()) {
+            live = isMarkTaken(static_cast<char *>(mSegment.data()), mSegment.size());
+            mSegment.unlock();
+        }
+        mSemaphore.release();
+        return live;
+    }
+
+    /// Takes both locks and keeps them. False when there is no segment yet or a lock cannot be had.
+    bool hold()
+    {
+        if (!mIsHolding)
+            mIsHolding = attach() && mSemaphore.acquire() && mSegment.lock();
+        return mIsHolding;
+    }
+
+private:
+    static constexpr int kPaddingOffset = 3;
+    static constexpr char kMark = 0x5A;
+    static constexpr char kRecordFill = '\xFF'; ///< the record's first byte, never another
+    static constexpr int kRunCountFromEnd = 4;  ///< never 0 once a renderer has written it
+    static constexpr int kSmallestSegment = 32; ///< bytes: the record and the flags
+
+    bool attach()
+    {
+        return (mSegment.isAttached() || mSegment.attach(QSharedMemory::ReadWrite)) &&
+               mSegment.size() >= kSmallestSegment;
+    }
+
+    bool isMarkTaken(char *segment, int size)
+    {
+        // The controller clears a segment before its first record, flags and mark with it.
+        if (segment[0] != kRecordFill || segment[size - kRunCountFromEnd] == 0)
+            return false;
+        if (!mIsMarked) {
+            segment[kPaddingOffset] = kMark;
+            mIsMarked = true;
+        }
+        return segment[kPaddingOffset] != kMark;
+    }
+
+    QSharedMemory mSegment{places::kSegmentKey};
+    QSystemSemaphore mSemaphore{places::kSemaphoreKey, 1, QSystemSemaphore::Open};
+    bool mIsMarked = false;
+    bool mIsHolding = false;
+};
 
 } // namespace
 
-Renderer::Flags Renderer::usualFlags()
+class Renderer : public QObject
 {
-    return {{"heartbeat", true}, {"turn-switch", true}, {"initialised", true}, {"slog", false}};
-}
+    Q_OBJECT
 
-Renderer::Renderer(const Flags &flags, QObject *parent) : QObject(parent), mLink(makeLink())
-{
-    connect(&mHeartbeat, &QTimer::timeout, this, [this] { mLink->updatemAVMRunCount(); });
-    connect(&mProbeTimer, &QTimer::timeout, this, &Renderer::checkLink);
-    // The link announces on its own thread; printing is done here.
-    connect(DeviceDatasManager::self().data(), SIGNAL(deviceDataChangedSignal()), this,
-            SLOT(on_recordChanged()), Qt::QueuedConnection);
-    for (auto flag = flags.begin(); flag != flags.end(); ++flag)
-        setFlag(flag.key(), flag.value());
-    mProbeTimer.start(kProbePeriodMs);
-
-    auto *notifier = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
-    connect(notifier, &QSocketNotifier::activated, this, [this] { readCommands(); });
-}
-
-Renderer::~Renderer() = default;
-
-void Renderer::readCommands()
-{
-    char buffer[1024];
-    const ssize_t size = read(STDIN_FILENO, buffer, sizeof buffer);
-    if (size <= 0) {
-        QCoreApplication::quit();
-        return;
+public:
+    Renderer()
+    {
+        connect(&mHeartbeat, &QTimer::timeout, this, [this] { mLink.updatemAVMRunCount(); });
+        connect(&mProbeTimer, &QTimer::timeout, this, &Renderer::checkLink);
+        connect(&mCommands, &QSocketNotifier::activated, this, &Renderer::readCommands);
+        // The link announces on its own thread; printing is done here.
+        connect(DeviceDatasManager::self().data(), SIGNAL(deviceDataChangedSignal()), this,
+                SLOT(on_recordChanged()), Qt::QueuedConnection);
+        for (const char *flag : {"heartbeat", "turn-switch", "initialised"})
+            setFlag(flag, true);
+        mProbeTimer.start(kProbePeriodMs);
     }
-    mInput.append(buffer, static_cast<int>(size));
-    int end = 0;
-    while ((end = mInput.indexOf('\n')) >= 0) {
-        handleCommand(mInput.left(end));
-        mInput.remove(0, end + 1);
+
+private Q_SLOTS:
+    void on_recordChanged()
+    {
+        const DeviceData record = DeviceDatasManager::self()->deviceData();
+        // A segment that no controller has written yet is all zeros.
+        if (record.spare0 != 0xFF)
+            return;
+        const QMap<QByteArray, QByteArray> current = texts(record);
+        for (auto field = current.begin(); field != current.end(); ++field)
+            if (mPrinted.value(field.key()) != field.value())
+                print("record " + field.key() + ' ' + field.value());
+        mPrinted = current;
     }
-}
 
-void Renderer::handleCommand(const QByteArray &line)
-{
-    const QList<QByteArray> words = line.split(' ');
-    if (words.first() == "hold")
-        print(mProbe.hold() ? "holding" : "cannot hold");
-    else if (words.size() == 2)
-        setFlag(words[0], words[1] == "on");
-}
-
-void Renderer::setFlag(const QByteArray &flag, bool on)
-{
-    if (flag == "heartbeat")
-        on ? mHeartbeat.start(kHeartbeatPeriodMs) : mHeartbeat.stop();
-    else if (flag == "turn-switch")
-        mLink->setIsTurnSwitchEnable(on);
-    else if (flag == "initialised")
-        mLink->setIsAVMInited(on);
-    else if (flag == "slog")
-        mLink->setIsSlogEnable(on);
-}
-
-void Renderer::checkLink()
-{
-    if (!mProbe.isLinkLive())
-        return;
-    mProbeTimer.stop();
-    on_recordChanged();
-    print("attached");
-}
-
-void Renderer::on_recordChanged()
-{
-    const DeviceData record = DeviceDatasManager::self()->deviceData();
-    // A segment that no controller has written yet is all zeros.
-    if (record.spare0 != 0xFF)
-        return;
-    const QMap<QByteArray, QByteArray> current = texts(record);
-    for (auto field = current.begin(); field != current.end(); ++field) {
-        if (mPrinted.value(field.key()) != field.value())
-            print("record " + field.key() + ' ' + field.value());
+private:
+    void readCommands()
+    {
+        char buffer[1024];
+        const ssize_t size = read(STDIN_FILENO, buffer, sizeof buffer);
+        if (size <= 0)
+            return QCoreApplication::quit();
+        mInput.append(buffer, static_cast<int>(size));
+        for (int end = 0; (end = mInput.indexOf('\n')) >= 0; mInput.remove(0, end + 1))
+            handleCommand(mInput.left(end));
     }
-    mPrinted = current;
+
+    void handleCommand(const QByteArray &line)
+    {
+        const QList<QByteArray> words = line.split(' ');
+        if (words.first() == "hold")
+            print(mProbe.hold() ? "holding" : "cannot hold");
+        else if (words.size() == 2)
+            setFlag(words[0], words[1] == "on");
+    }
+
+    void setFlag(const QByteArray &flag, bool on)
+    {
+        if (flag == "heartbeat")
+            on ? mHeartbeat.start(kHeartbeatPeriodMs) : mHeartbeat.stop();
+        else if (flag == "turn-switch")
+            mLink.setIsTurnSwitchEnable(on);
+        else if (flag == "initialised")
+            mLink.setIsAVMInited(on);
+        else if (flag == "slog")
+            mLink.setIsSlogEnable(on);
+    }
+
+    void checkLink()
+    {
+        if (!mProbe.isLinkLive())
+            return;
+        mProbeTimer.stop();
+        on_recordChanged();
+        print("attached");
+    }
+
+    SharedMemoryControl mLink{false, nullptr};
+    LinkProbe mProbe;
+    QTimer mHeartbeat;
+    QTimer mProbeTimer;
+    QSocketNotifier mCommands{STDIN_FILENO, QSocketNotifier::Read};
+    QByteArray mInput;                     ///< the beginning of a line
+    QMap<QByteArray, QByteArray> mPrinted; ///< text of each field, as last printed
+};
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    DeviceDatasManager::self(); // has to be there before the link's thread
+    Renderer renderer;
+    return QCoreApplication::exec();
 }
+
+#include "renderer.moc"

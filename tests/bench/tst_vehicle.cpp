@@ -19,7 +19,7 @@ static std::vector<BusFrame> framesOf(const QString &story, const char *end = "1
         statement.atUs = qRound64(line.section(' ', 0, 0).toDouble() * 1e6);
         statements.push_back(statement);
     }
-    return Vehicle(statements).frames();
+    return vehicle::frames(statements);
 }
 
 /// The data of the last frame of an identifier, as candump writes it.
@@ -91,18 +91,18 @@ private Q_SLOTS:
     {
         const std::vector<BusFrame> frames = framesOf("0 clock 2023-11-16 20:34", "10");
         QMap<uint32_t, int> counts;
-        int64_t last = Vehicle::kStartUs;
+        int64_t last = vehicle::kStartUs;
         for (const BusFrame &frame : frames) {
             ++counts[frame.id & CAN_EFF_MASK];
             QVERIFY(frame.stampUs - last >= 200); // a frame of 8 bytes takes as long
             last = frame.stampUs;
-            QVERIFY(Vehicle::isKnown(frame.id));
+            QVERIFY(vehicle::isKnown(frame.id));
         }
         const QMap<uint32_t, int> expected{{0x1004501, 1000}, {0x1004001, 500}, {0x4812501, 1000},
                                            {0x681AA02, 500},  {0x413, 200},     {0x3E0, 100},
                                            {0x3E5, 200},      {0x3E6, 200},     {0x371, 10}};
         QCOMPARE(counts, expected);
-        QVERIFY(!Vehicle::isKnown(0x413 | CAN_ERR_FLAG));
+        QVERIFY(!vehicle::isKnown(0x413 | CAN_ERR_FLAG));
     }
 
     void clockGoesOn()
@@ -136,7 +136,7 @@ private Q_SLOTS:
             framesOf("0.2 bus asleep; 0.5 bus awake; 0.5 frame 7FF#AA every 0.1 for 0.3");
         int extra = 0;
         for (const BusFrame &frame : frames) {
-            const int64_t us = frame.stampUs - Vehicle::kStartUs;
+            const int64_t us = frame.stampUs - vehicle::kStartUs;
             QVERIFY(us < 201'000 || us > 500'000);
             extra += frame.id == 0x7FF ? 1 : 0;
         }
