@@ -64,6 +64,10 @@ int play(const QString &drivePath, const QCommandLineParser &options)
     if (!controller.isFile() || !controller.isExecutable())
         return complain(kNoBoard,
                         controller.filePath() + ": the controller is not an executable file");
+    const QString can = options.value("can");
+    const QString canFault = can.isEmpty() ? QString() : RealBus::faultOf(can);
+    if (!canFault.isEmpty())
+        return complain(kNoBoard, can + ": " + canFault);
     Descriptor log;
     if (!logPath.isEmpty()) {
         const QString driveFile = drivePath == "-" ? "/dev/stdin" : drivePath;
@@ -78,9 +82,9 @@ int play(const QString &drivePath, const QCommandLineParser &options)
     const QString path = controller.absoluteFilePath();
     QString fault;
     const int code =
-        sandbox::run(path,
+        sandbox::run(path, !can.isEmpty(),
                      {kPlayInside, "--", path, name, options.value("channel"),
-                      options.value("speed"), QString::number(drive), QString::number(log)},
+                      options.value("speed"), can, QString::number(drive), QString::number(log)},
                      &fault);
     return code >= 0 ? code : complain(kNoBoard, fault);
 }
@@ -88,15 +92,16 @@ int play(const QString &drivePath, const QCommandLineParser &options)
 /// The part of it inside the sandbox, with the arguments that play() gave to it.
 int playInside(const QStringList &arguments)
 {
-    if (arguments.size() != 8)
+    if (arguments.size() != 9)
         return complain(kBadInput, QStringLiteral("%1 is for the bench itself").arg(kPlayInside));
     const QString &controller = arguments[0];
     const QString &name = arguments[1];
     const QString &channel = arguments[2];
     const double speed = arguments[3].toDouble();
-    const int driveFd = arguments[4].toInt();
-    const int logFd = arguments[5].toInt();
-    sandbox::Inside inside(arguments[6], arguments[7]);
+    const QString &can = arguments[4];
+    const int driveFd = arguments[5].toInt();
+    const int logFd = arguments[6].toInt();
+    sandbox::Inside inside(arguments[7], arguments[8]);
 
     Drive drive;
     QString fault = readDrive(driveFd, name, channel, &drive);
@@ -108,7 +113,7 @@ int playInside(const QStringList &arguments)
     if (!fault.isEmpty())
         return complain(kBadInput, fault);
 
-    Board board({controller, drive.rendererFromStart, drive.hasWatchdog});
+    Board board({controller, drive.rendererFromStart, drive.hasWatchdog, can});
     fault = board.build();
     if (!fault.isEmpty())
         return complain(kNoBoard, fault);
@@ -189,6 +194,7 @@ int main(int argc, char *argv[])
          {"controller", "The controller instead of the one beside, or a script that runs one.",
           "PATH", beside},
          {"log", "Writes the controller's log to a file.", "FILE"},
+         {"can", "Plays over a real CAN interface, the other end of can0's bus.", "IFACE"},
          {"channel", "The channel of the log that is played.", "NAME", "can0"}});
 
     if (!parser.parse(QCoreApplication::arguments()))

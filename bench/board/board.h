@@ -5,8 +5,8 @@
 #include "bench/board/commandserver.h"
 #include "bench/board/controllerprocess.h"
 #include "bench/board/inputs.h"
+#include "bench/board/realbus.h"
 #include "bench/board/rendererprocess.h"
-#include "bench/board/vehiclebus.h"
 #include "bench/board/watchdog.h"
 
 #include <QCoreApplication>
@@ -14,6 +14,7 @@
 #include <QRegularExpression>
 #include <QSharedMemory>
 
+#include <memory>
 #include <utility>
 
 /**
@@ -30,9 +31,10 @@ public:
         QString controller;            ///< path of the program that is or runs the controller
         bool rendererFromStart = true; ///< the renderer runs, initialised, before ready()
         bool hasWatchdog = true;       ///< there is a /dev/watchdog
+        QString can = {};              ///< the interface of a real bus, empty for the bench's own
     };
 
-    explicit Board(const Setup &setup) : mSetup(setup)
+    explicit Board(const Setup &setup) : mSetup(setup), mBus(makeBus(setup.can))
     {
         mStartTimer.setSingleShot(true);
         connect(&mStartTimer, &QTimer::timeout, this, [this] {
@@ -44,8 +46,8 @@ public:
         connect(&mWatchdog, &Watchdog::happened, this, &Board::handleFact);
         connect(&mInputs, &Inputs::happened, this, &Board::happened);
         connect(&mCommands, &CommandServer::started, this, &Board::handleCommand);
-        connect(&mBus, &VehicleBus::happened, this, &Board::happened);
-        connect(&mBus, &VehicleBus::connected, this, &Board::handleBusConnected);
+        connect(mBus.get(), &VehicleBus::happened, this, &Board::happened);
+        connect(mBus.get(), &VehicleBus::connected, this, &Board::handleBusConnected);
         connect(&mController, &ControllerProcess::happened, this, &Board::happened);
         connect(&mController, &ControllerProcess::ended, this, &Board::handleControllerEnded);
         connect(&mRenderer, &RendererProcess::happened, this, &Board::happened);
@@ -75,7 +77,7 @@ public:
         if (fault.isEmpty() && mSetup.hasWatchdog)
             fault = mWatchdog.build();
         if (fault.isEmpty())
-            fault = mBus.build();
+            fault = mBus->build();
         return fault.isEmpty() ? mCommands.build() : fault;
     }
 
@@ -105,12 +107,12 @@ public:
 
     /// Puts a frame on the bus. Never blocks; a full receive queue loses the frame as the
     /// kernel's would.
-    void sendFrame(const BusFrame &frame) { mBus.send(frame); }
+    void sendFrame(const BusFrame &frame) { mBus->send(frame); }
 
     /// The interface goes down or comes back, the device stays connected.
     void setBusUp(bool up)
     {
-        if (up != mBus.isUp())
+        if (up != mBus->isUp())
             changeBus(up, {});
     }
 
@@ -133,7 +135,7 @@ public:
     /// The controller waits for its end and does nothing else.
     bool isCommandRunning() const { return mCommands.isCommandRunning(); }
 
-    const VehicleBus &bus() const { return mBus; }
+    const VehicleBus &bus() const { return *mBus; }
     const Watchdog &watchdog() const { return mWatchdog; }
     ControllerProcess &controller() { return mController; }
 
@@ -150,13 +152,21 @@ private:
     static constexpr int kStallCheckPeriodMs = 500;
     static constexpr int kStallChecks = 10; // in a row: 5 s
 
+    static std::unique_ptr<VehicleBus> makeBus(const QString &can)
+    {
+        if (can.isEmpty())
+            return std::make_unique<StandInBus>();
+        return std::make_unique<RealBus>(can);
+    }
+
     enum class Phase { Off, Starting, Running, Lost };
 
     void powerOff(const QString &why)
     {
         enter(Phase::Off);
-        mBus.disconnectDevice(); // before the kernel empties the dead controller's queue
-        mBus.setUp(false);
+        mBus->disconnectDevice(); // before the kernel empties the dead controller's queue
+        if (mSetup.can.isEmpty())
+            mBus->setUp(false, {});
         mController.kill();
         mRenderer.kill();
         mCommands.dropAll();
@@ -249,16 +259,16 @@ private:
 
     void changeBus(bool up, const QString &command)
     {
-        mBus.setUp(up);
-        Q_EMIT happened({Fact::Kind::Bus, command, up ? "up" : "down"});
+        mBus->setUp(up, command);
+        Q_EMIT happened({Fact::Kind::Bus, command, mBus->isUp() ? "up" : "down"});
     }
 
     void handleBusConnected()
     {
         Q_EMIT happened({Fact::Kind::Bus, {}, "connected"});
         mIsBusConnected = true;
-        mController.setPid(mBus.devicePid());
-        if (mPhase == Phase::Starting && !mBus.isUp())
+        mController.setPid(mBus->devicePid());
+        if (mPhase == Phase::Starting && !mBus->isUp())
             failStart("the controller opened can0 without bringing it up");
         else
             checkReady();
@@ -284,7 +294,7 @@ private:
     void handleControllerEnded(const QString &how)
     {
         drain();
-        mBus.disconnectDevice();
+        mBus->disconnectDevice();
         if (mPhase == Phase::Starting)
             failStart("the controller ended " + how);
         else if (mPhase == Phase::Running)
@@ -303,19 +313,19 @@ private:
     {
         mStalledChecks = isControllerWell() ? 0 : mStalledChecks + 1;
         if (mPhase == Phase::Running && mStalledChecks >= kStallChecks)
-            lose(mBus.waiting() > 0 ? "the controller has not read the bus for 5 s"
-                                    : "the controller has stood still for 5 s");
+            lose(mBus->waiting() > 0 ? "the controller has not read the bus for 5 s"
+                                     : "the controller has stood still for 5 s");
     }
 
     /// It takes frames, or has taken all and waits for its timers now and then.
     bool isControllerWell()
     {
-        const quint64 takenBefore = std::exchange(mTakenAtCheck, mBus.taken());
+        const quint64 takenBefore = std::exchange(mTakenAtCheck, mBus->taken());
         const qint64 waitsBefore = std::exchange(mWaitsAtCheck, mController.waits());
         const bool isReading = mTakenAtCheck != takenBefore;
         const bool isAwake = mWaitsAtCheck != waitsBefore;
         // A controller that waits for one of its commands does nothing else.
-        return isReading || (isAwake && mBus.waiting() == 0) || isCommandRunning();
+        return isReading || (isAwake && mBus->waiting() == 0) || isCommandRunning();
     }
 
     const Setup mSetup;
@@ -324,7 +334,7 @@ private:
     Inputs mInputs{mGpio};
     Watchdog mWatchdog{mWatch};
     CommandServer mCommands;
-    VehicleBus mBus;
+    const std::unique_ptr<VehicleBus> mBus;
     RendererProcess mRenderer;
     ControllerProcess mController;
     QTimer mStartTimer;

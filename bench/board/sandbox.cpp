@@ -48,13 +48,17 @@ QStringList rootArguments()
     return arguments;
 }
 
-QStringList programArguments()
+QStringList programArguments(bool hasRealCan)
 {
     const QDir beside(QCoreApplication::applicationDirPath());
     const QDir canPlugins(QLibraryInfo::location(QLibraryInfo::PluginsPath) + "/canbus");
     QStringList arguments;
     for (const char *name : {"pvm-bench", "pvm-bench-renderer", "pvm-bench-command"})
         arguments << "--ro-bind" << beside.filePath(name) << kFolder + name;
+    // The system's own plugin, and the right to set can0 up and down.
+    if (hasRealCan)
+        return arguments << "--cap-add"
+                         << "CAP_NET_ADMIN";
     // Two plugins of one key would leave it to chance which one the controller gets.
     const QString plugin = "libpvm-bench-can.so";
     return arguments << "--tmpfs" << canPlugins.path() << "--ro-bind" << beside.filePath(plugin)
@@ -124,7 +128,8 @@ bool waitForInside(int socket)
 
 } // namespace
 
-int sandbox::run(const QString &controller, const QStringList &arguments, QString *fault)
+int sandbox::run(const QString &controller, bool hasRealCan, const QStringList &arguments,
+                 QString *fault)
 {
     const QString bwrap = QStandardPaths::findExecutable("bwrap");
     if (bwrap.isEmpty()) {
@@ -147,8 +152,9 @@ int sandbox::run(const QString &controller, const QStringList &arguments, QStrin
     process.setProcessChannelMode(QProcess::ForwardedOutputChannel);
     process.setStandardInputFile(QProcess::nullDevice());
     process.setProcessEnvironment(environment());
-    process.start(bwrap, rootArguments() + programArguments() + controllerArguments(controller) +
-                             QStringList{kFolder + "pvm-bench"} + arguments +
+    process.start(bwrap, rootArguments() + programArguments(hasRealCan) +
+                             controllerArguments(controller) + QStringList{kFolder + "pvm-bench"} +
+                             arguments +
                              QStringList{QString::number(inner), QString::number(errorOutput)});
     process.waitForStarted(-1);
     inner.reset();

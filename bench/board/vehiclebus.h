@@ -11,24 +11,52 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-/**
- * The interface can0 and the one CAN device that may be open on it. Frames go out at once or are
- * lost: the interface down, no device, or the device's receive queue full. How many of them wait in
- * that queue is asked of the kernel.
- */
+/// The bus that the controller's can0 sits on, and the one CAN device that may be open on it.
 class VehicleBus : public QObject
 {
     Q_OBJECT
 
 public:
-    VehicleBus()
+    /// Returns what is wrong, or an empty text.
+    virtual QString build() = 0;
+
+    /// Never blocks. What cannot go out is lost.
+    virtual void send(const BusFrame &frame) = 0;
+
+    virtual bool isUp() const = 0; ///< can0
+    /// @p command: the one that did it, empty when it was a drive or the loss of power.
+    virtual void setUp(bool up, const QString &command) = 0;
+
+    virtual void disconnectDevice() = 0; ///< what waits in its queue is lost
+
+    virtual qint64 devicePid() const = 0; ///< of the process that has opened it, 0 without
+
+    virtual quint64 sent() const = 0;
+    virtual quint64 lost() const = 0;
+    virtual quint64 waiting() const = 0; ///< for the process that has opened the device
+    quint64 taken() const { return sent() - qMin(sent(), lost() + waiting()); }
+
+Q_SIGNALS:
+    void connected();
+    void happened(const Fact &fact); ///< a frame was lost, the first since the bus was made
+};
+
+/**
+ * A bus of the bench's own. Frames go out at once or are lost: the interface down, no device, or
+ * the device's receive queue full. How many of them wait in that queue is asked of the kernel.
+ */
+class StandInBus : public VehicleBus
+{
+    Q_OBJECT
+
+public:
+    StandInBus()
     {
-        connect(&mServer, &SocketServer::connected, this, &VehicleBus::handleConnected);
-        connect(&mServer, &SocketServer::disconnected, this, &VehicleBus::handleDisconnected);
+        connect(&mServer, &SocketServer::connected, this, &StandInBus::handleConnected);
+        connect(&mServer, &SocketServer::disconnected, this, &StandInBus::handleDisconnected);
     }
 
-    /// Returns what is wrong, or an empty text.
-    QString build()
+    QString build() override
     {
         mQueuedSize = measureQueuedFrame();
         if (mQueuedSize <= 0)
@@ -36,26 +64,24 @@ public:
         return mServer.listen(places::kBus);
     }
 
-    void send(const BusFrame &frame)
+    void send(const BusFrame &frame) override
     {
         ++mSent;
         if (!mIsUp || mDevice < 0 || !SocketServer::send(mDevice, &frame, sizeof frame))
             lose(1);
     }
 
-    bool isUp() const { return mIsUp; }
-    void setUp(bool up) { mIsUp = up; }
+    bool isUp() const override { return mIsUp; }
+    void setUp(bool up, const QString &) override { mIsUp = up; }
 
-    /// What waits in its queue is lost.
-    void disconnectDevice()
+    void disconnectDevice() override
     {
         if (mDevice >= 0)
             handleDisconnected(mDevice);
         mServer.dropAll();
     }
 
-    /// Of the process that has opened the device, 0 without.
-    qint64 devicePid() const
+    qint64 devicePid() const override
     {
         ucred peer = {};
         socklen_t size = sizeof peer;
@@ -64,19 +90,12 @@ public:
         return peer.pid;
     }
 
-    quint64 sent() const { return mSent; }
-    quint64 lost() const { return mLost; }
-    /// In the device's receive queue.
-    quint64 waiting() const
+    quint64 sent() const override { return mSent; }
+    quint64 lost() const override { return mLost; }
+    quint64 waiting() const override
     {
         return mDevice < 0 ? 0 : static_cast<quint64>(queuedBytes(mDevice) / mQueuedSize);
     }
-
-    quint64 taken() const { return mSent - mLost - waiting(); }
-
-Q_SIGNALS:
-    void connected();
-    void happened(const Fact &fact); ///< a frame was lost, the first since the bus was made
 
 private:
     /// Bytes of the messages that the other end has not read yet, with the kernel's own surcharge.
