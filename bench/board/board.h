@@ -87,10 +87,7 @@ public:
     {
         if (mPhase == Phase::Starting || mPhase == Phase::Running)
             return;
-        // Shared memory outlives the processes that used it; a board that lost its power has none.
-        QSharedMemory segment(places::kSegmentKey);
-        if (segment.attach())
-            segment.detach();
+        removeSegment();
         mGpio.resetOutputs();
         mPhase = Phase::Starting;
         mIsBusConnected = false;
@@ -151,6 +148,15 @@ private:
     static constexpr int kStartTimeoutMs = 30000; // a debugger may need them
     static constexpr int kStallCheckPeriodMs = 500;
     static constexpr int kStallChecks = 10; // in a row: 5 s
+
+    /// Shared memory outlives the processes that used it; a board that lost its power has none. Gone
+    /// before a process starts: the object takes the segment's lock with it.
+    static void removeSegment()
+    {
+        QSharedMemory segment(places::kSegmentKey);
+        if (segment.attach())
+            segment.detach();
+    }
 
     static std::unique_ptr<VehicleBus> makeBus(const QString &can)
     {
