@@ -159,6 +159,10 @@ void RealBus::setUp(bool up, const QString &command)
     QStringList words = command.split(QLatin1Char(' '), Qt::SkipEmptyParts).mid(1);
     if (words.isEmpty() || QProcess::execute(QStringLiteral("ip"), words) != 0)
         QProcess::execute(QStringLiteral("ip"), {"link", "set", kCan0, state});
+    // Going down leaves an error on a socket of the same interface; it would cost the next frame.
+    int error = 0;
+    socklen_t size = sizeof error;
+    getsockopt(mSocket, SOL_SOCKET, SO_ERROR, &error, &size);
 }
 
 void RealBus::send(const BusFrame &frame)
