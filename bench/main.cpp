@@ -129,7 +129,7 @@ int playInside(const QStringList &arguments)
     const Outcome outcome =
         playDrive(board, drive,
                   {speed, out, isatty(STDOUT_FILENO) == 1, log.isOpen() ? &log : nullptr}, inside);
-    return outcome.complaint.isEmpty() ? outcome.code : complain(outcome.code, outcome.complaint);
+    return outcome.fault.isEmpty() ? outcome.code : complain(outcome.code, outcome.fault);
 }
 
 /// Writes the frames of a drive on standard output, as `candump -L` does.
@@ -142,6 +142,8 @@ int record(const QString &path, const QString &channel)
     const QString fault = readDrive(descriptor, nameOf(path), channel, &drive);
     if (!fault.isEmpty())
         return complain(kBadInput, fault);
+    for (const QString &remark : drive.remarks)
+        complain(kHeld, nameOf(path) + ": " + remark);
     QFile output;
     output.open(STDOUT_FILENO, QIODevice::WriteOnly);
     for (const BusFrame &frame : drive.frames)

@@ -23,10 +23,12 @@ public:
     static WatchDogControl *getInstance();
 
     /// True opens the device, unless it is open, and starts feeding; a failed open is logged and
-    /// not retried. False disarms the watchdog where the driver allows it, and closes it.
+    /// not retried. False disarms the watchdog where the driver allows it, and closes it; the
+    /// controller never does that.
     void setWatchDogOnOff(bool isOn);
 
     /// Whether the device is open and the feed timer runs; feeding may be held back all the same.
+    /// Nothing calls it today.
     bool getIsIntWdgOn() const;
 
     /// Allows or holds back the feeds; the timer keeps running. Nothing calls it today.

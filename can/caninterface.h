@@ -35,10 +35,11 @@ public:
     /// never closes.
     void closeCANDevice();
 
-    /// Sets both frame counters to 0.
+    /// Sets both frame counters to 0. Nothing calls it today.
     void resetCANDevice();
 
-    /// The device's QCanBusDevice::CanBusDeviceState, 0 without a device.
+    /// The device's QCanBusDevice::CanBusDeviceState, 0 without a device. Nothing calls it
+    /// today.
     int getstatus() const;
 
     /// Hands @p filters to the device as its raw filters. Without a device does nothing.

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # Cross-builds for an ARM64 board. On Debian the foreign libraries lie beside the own ones and
 # nothing more is needed; a board SDK's root is given with -DCMAKE_SYSROOT=FOLDER.
 set(CMAKE_SYSTEM_NAME Linux)

@@ -55,7 +55,7 @@ bool isDeviceDataChanged(const DeviceData *a, const DeviceData *b);
 /**
  * The field of @p bitCount bits of @p data that starts at bit @p startBit (0 is the least
  * significant), without sign extension. -1 with a log line when the field does not lie within
- * bits 0 to 31 or is empty.
+ * bits 0 to 31 or is empty. Nothing calls it today.
  */
 int getBits(int data, int startBit, int bitCount);
 

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # Run by CPack on the staged files: moves debug symbols to a tree in which debuggers find them by
 # build identifier, and drops what nothing reads at run time.
 file(REMOVE_RECURSE ${CPACK_PVM_DEBUG_FOLDER})

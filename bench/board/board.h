@@ -149,8 +149,8 @@ private:
     static constexpr int kStallCheckPeriodMs = 500;
     static constexpr int kStallChecks = 10; // in a row: 5 s
 
-    /// Shared memory outlives the processes that used it; a board that lost its power has none. Gone
-    /// before a process starts: the object takes the segment's lock with it.
+    /// Shared memory outlives the processes that used it; a board that lost its power has none.
+    /// Gone before a process starts: the object takes the segment's lock with it.
     static void removeSegment()
     {
         QSharedMemory segment(places::kSegmentKey);
@@ -326,7 +326,7 @@ private:
     /// It takes frames, or has taken all and waits for its timers now and then.
     bool isControllerWell()
     {
-        const quint64 takenBefore = std::exchange(mTakenAtCheck, mBus->taken());
+        const quint64 takenBefore = std::exchange(mTakenAtCheck, mBus->received());
         const qint64 waitsBefore = std::exchange(mWaitsAtCheck, mController.waits());
         const bool isReading = mTakenAtCheck != takenBefore;
         const bool isAwake = mWaitsAtCheck != waitsBefore;

@@ -7,9 +7,9 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QLibraryInfo>
-#include <QProcess>
 #include <QSocketNotifier>
 #include <QStandardPaths>
 
@@ -19,13 +19,16 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <vector>
 
 namespace {
 
 const QString kFolder = QString(places::kBench) + '/';
 constexpr char kStarted = 'S';
 
-int gInside = -1; // the socket to the inner process, for the signal handler
+volatile sig_atomic_t gTold = 0; // the signal that the inner process was told
+int gInside = -1;                // the socket to the inner process, for the signal handler
 
 // A root of its own, so that nothing of the host can be written and every mount point can be made.
 QStringList rootArguments()
@@ -81,30 +84,58 @@ QStringList controllerArguments(const QString &controller)
     return arguments;
 }
 
-QProcessEnvironment environment()
+std::vector<QByteArray> environment()
 {
-    QProcessEnvironment environment;
-    environment.insert("PATH", "/usr/bin:/bin");
-    environment.insert("HOME", "/tmp");
-    environment.insert("LANG", "C.UTF-8");
+    std::vector<QByteArray> words{"PATH=/usr/bin:/bin", "HOME=/tmp", "LANG=C.UTF-8"};
     for (const char *name :
          {"TERM", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"})
         if (qEnvironmentVariableIsSet(name))
-            environment.insert(name, qEnvironmentVariable(name));
-    return environment;
+            words.push_back(QByteArray(name) + '=' + qgetenv(name));
+    return words;
 }
 
-/// Leads a process group of its own: what a terminal sends to a whole group reaches the outer
-/// process alone.
-class GroupProcess : public QProcess
+std::vector<char *> pointersTo(std::vector<QByteArray> &words)
 {
-protected:
-    void setupChildProcess() override { setpgid(0, 0); }
-};
+    std::vector<char *> pointers;
+    for (QByteArray &word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// The process's id. No QProcess: its child waits for a word from its parent, for ever if that is
+/// killed just then; this one goes on by itself and finds its parent gone.
+pid_t start(const QString &program, const QStringList &arguments, int errorOutput)
+{
+    std::vector<QByteArray> words{QFile::encodeName(program)};
+    for (const QString &argument : arguments)
+        words.push_back(QFile::encodeName(argument));
+    std::vector<QByteArray> settings = environment();
+    const std::vector<char *> argv = pointersTo(words);
+    const std::vector<char *> envp = pointersTo(settings);
+    const pid_t pid = fork();
+    if (pid != 0)
+        return pid;
+    setpgid(0, 0); // what a terminal sends to a whole group reaches the outer process alone
+    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+    dup2(errorOutput, STDERR_FILENO);
+    execve(argv[0], argv.data(), envp.data());
+    _exit(EXIT_FAILURE);
+}
+
+QString readAll(int fd)
+{
+    QByteArray text;
+    char piece[1024];
+    for (ssize_t size = 0; (size = TEMP_FAILURE_RETRY(read(fd, piece, sizeof piece))) > 0;)
+        text.append(piece, static_cast<int>(size));
+    return QString::fromLocal8Bit(text).simplified();
+}
 
 void tellInside(int signal)
 {
     const int error = errno;
+    gTold = signal;
     const char number = static_cast<char>(signal);
     send(gInside, &number, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
     errno = error;
@@ -137,33 +168,35 @@ int sandbox::run(const QString &controller, bool hasRealCan, const QStringList &
         return -1;
     }
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0) {
+    int errors[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0 || pipe2(errors, O_CLOEXEC) != 0) {
         *fault = QString("no socket: ") + strerror(errno);
         return -1;
     }
     const Descriptor outer(ends[0]);
     Descriptor inner(ends[1]);
+    const Descriptor said(errors[0]);
+    Descriptor saying(errors[1]);
     fcntl(outer, F_SETFD, FD_CLOEXEC);
     const Descriptor errorOutput(dup(STDERR_FILENO));
     gInside = outer;
     catchSignals();
 
-    GroupProcess process;
-    process.setProcessChannelMode(QProcess::ForwardedOutputChannel);
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.setProcessEnvironment(environment());
-    process.start(bwrap, rootArguments() + programArguments(hasRealCan) +
-                             controllerArguments(controller) + QStringList{kFolder + "pvm-bench"} +
-                             arguments +
-                             QStringList{QString::number(inner), QString::number(errorOutput)});
-    process.waitForStarted(-1);
+    const pid_t pid =
+        start(bwrap,
+              rootArguments() + programArguments(hasRealCan) + controllerArguments(controller) +
+                  QStringList{kFolder + "pvm-bench"} + arguments +
+                  QStringList{QString::number(inner), QString::number(errorOutput)},
+              saying);
     inner.reset();
+    saying.reset();
     const bool isInside = waitForInside(outer);
-    process.waitForFinished(-1);
-    if (isInside)
-        return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : EXIT_FAILURE;
-    const QString said = QString::fromLocal8Bit(process.readAllStandardError()).simplified();
-    *fault = "the sandbox cannot be made: " + (said.isEmpty() ? process.errorString() : said);
+    int status = 0;
+    TEMP_FAILURE_RETRY(waitpid(pid, &status, 0));
+    const int code = WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
+    if (isInside) // one that was still reading its drive ends by another signal than it was told
+        return gTold != 0 && code > 128 ? 128 + gTold : code;
+    *fault = "the sandbox cannot be made: " + readAll(said);
     return -1;
 }
 
@@ -173,10 +206,19 @@ sandbox::Inside::Inside(const QString &socket, const QString &errorOutput) : mSo
     dup2(errorOutput.toInt(), STDERR_FILENO);
     close(errorOutput.toInt());
     send(mSocket, &kStarted, 1, MSG_NOSIGNAL);
+    // Until somebody watches, any word on the socket and its end are the end of this process, which
+    // may be reading a drive from a pipe for as long as its writer likes.
+    fcntl(mSocket, F_SETOWN, getpid());
+    fcntl(mSocket, F_SETSIG, SIGTERM);
+    fcntl(mSocket, F_SETFL, fcntl(mSocket, F_GETFL) | O_ASYNC);
+    char word = 0;
+    if (recv(mSocket, &word, 1, MSG_DONTWAIT | MSG_PEEK) >= 0)
+        raise(SIGTERM);
 }
 
 void sandbox::Inside::watch(const std::function<void(int)> &interrupted)
 {
+    fcntl(mSocket, F_SETFL, fcntl(mSocket, F_GETFL) & ~O_ASYNC);
     auto *notifier = new QSocketNotifier(mSocket, QSocketNotifier::Read, qApp);
     QObject::connect(notifier, &QSocketNotifier::activated, qApp, [this, interrupted] {
         char signal = 0;

@@ -34,7 +34,7 @@ public:
     virtual quint64 sent() const = 0;
     virtual quint64 lost() const = 0;
     virtual quint64 waiting() const = 0; ///< for the process that has opened the device
-    quint64 taken() const { return sent() - qMin(sent(), lost() + waiting()); }
+    quint64 received() const { return sent() - qMin(sent(), lost() + waiting()); }
 
 Q_SIGNALS:
     void connected();

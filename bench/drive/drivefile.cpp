@@ -43,9 +43,9 @@ public:
             return {};
         if (!line.startsWith('('))
             return takeWords(line);
-        QString fault = takeFrame(line);
-        if (isWhole || fault.isEmpty() || mFrameLine == 0)
-            return fault;
+        // Nobody can tell whether a last line without its end has all of its data.
+        if (isWhole || mFrameLine == 0)
+            return takeFrame(line);
         mDrive->remarks << QStringLiteral("line %1, the last, is cut off and left out").arg(number);
         return {};
     }
@@ -162,6 +162,8 @@ private:
             return "this is for the whole drive and stands at 0";
         if (isWithoutWatchdog)
             mDrive->hasWatchdog = false;
+        if (isPace && statement.spanUs > statement.limitUs)
+            return "LOW is above HIGH";
         if (isPace) {
             mDrive->slowest = static_cast<double>(statement.spanUs) / 1e6;
             mDrive->fastest = static_cast<double>(statement.limitUs) / 1e6;

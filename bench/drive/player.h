@@ -24,7 +24,7 @@ struct Playing
 struct Outcome
 {
     int code = kFailed;
-    QString complaint; ///< one line, if the board did not start or nobody can read what is told
+    QString fault; ///< one line, if the board did not start or nobody can read what is told
 };
 
 /// Powers the board, plays the drive on it as soon as it is ready and tells the figures, also when

@@ -51,7 +51,7 @@ private:
             .arg(drive.frames.size() + drive.skipped)
             .arg(errors)
             .arg(board.bus().sent())
-            .arg(board.bus().taken())
+            .arg(board.bus().received())
             .arg(board.bus().lost())
             .arg(drive.skipped);
     }

@@ -88,6 +88,7 @@ private Q_SLOTS:
              "'x' is not allowed after 'off'; allowed there: within"},
             {"at 0 expect power off by fire", "'fire' is not allowed after 'by'"},
             {"at 1 board without watchdog", "this is for the whole drive and stands at 0"},
+            {"at 0 pace 2 to 1", "LOW is above HIGH"},
             {"at 1 pace 1 to 2", "this is for the whole drive and stands at 0"},
             {"at 0 expect watchdog unfed for 1\nat 0 board without watchdog",
              "nothing can be expected of a watchdog that the board has not"},
@@ -133,7 +134,7 @@ private Q_SLOTS:
         Drive drive;
         QCOMPARE(parse("(1.0) can0 123#\nDROPCOUNT: dropped 3 CAN frames on 'can0' socket (total "
                        "drops 3)\n(61.0) can0 123#\n(121.1) can1 123#\n(121.1) can0 123#\n"
-                       "(121.2) can0 123##1AA\n(121.3) can0 12",
+                       "(121.2) can0 123##1AA\n(121.3) can0 123#0011",
                        &drive),
                  QString());
         QCOMPARE(drive.remarks.join("; "),

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # /etc/set_t840gmsl_0.sh 1: routes the GMSL link for PVM. 0: for the head unit's own picture (DA).
 # An example for a board whose route hangs on two lines alone; chips that need register writes get
 # them here. The controller reads no frame until this ends, so it waits for nothing.
