@@ -97,6 +97,7 @@ std::vector<QByteArray> environment()
 std::vector<char *> pointersTo(std::vector<QByteArray> &words)
 {
     std::vector<char *> pointers;
+    pointers.reserve(words.size() + 1);
     for (QByteArray &word : words)
         pointers.push_back(word.data());
     pointers.push_back(nullptr);
@@ -108,6 +109,7 @@ std::vector<char *> pointersTo(std::vector<QByteArray> &words)
 pid_t start(const QString &program, const QStringList &arguments, int errorOutput)
 {
     std::vector<QByteArray> words{QFile::encodeName(program)};
+    words.reserve(static_cast<size_t>(arguments.size()) + 1);
     for (const QString &argument : arguments)
         words.push_back(QFile::encodeName(argument));
     std::vector<QByteArray> settings = environment();
