@@ -87,8 +87,8 @@ QProcessEnvironment environment()
     environment.insert("PATH", "/usr/bin:/bin");
     environment.insert("HOME", "/tmp");
     environment.insert("LANG", "C.UTF-8");
-    for (const char *name :
-         {"TERM", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"})
+    for (const char *name : {"TERM", "NO_COLOR", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS",
+                             "LSAN_OPTIONS", "TSAN_OPTIONS"})
         if (qEnvironmentVariableIsSet(name))
             environment.insert(name, qEnvironmentVariable(name));
     return environment;
