@@ -74,7 +74,7 @@ QString keyOf(int code)
 /// From counts that go up from 0 to one side and down from 65535 to the other.
 QString angleOf(int word)
 {
-    const int counts = word < 0x8000 ? word : word - 0xFFFF;
+    const int counts = word <= 0x8000 ? word : word - 0xFFFF;
     return QString::number(std::clamp(counts, -kLargestCounts, kLargestCounts) * 100 / 4864 * 33);
 }
 

@@ -238,12 +238,13 @@ function keepInside() {
 }
 
 function layOut() {
+  const [from, to] = width ? x.domain() : [0, end];
   width = Math.max(200, document.getElementById("lanes").clientWidth - left - right);
   svg.attr("viewBox", `0 0 ${left + width + right} ${height}`);
   svg.select("#inside rect").attr("x", -right / 2).attr("width", width + right).attr("height", height);
   svg.selectAll(".catcher, .background").attr("width", width);
   zoom.x(x.domain([0, end]).range([0, width])).scale(1).translate([0, 0]);
-  redraw();
+  view(from, to);
 }
 
 // Head and log.

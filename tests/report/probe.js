@@ -68,6 +68,9 @@
   moves("the wheel", () => act(plot, "wheel", Object.assign(place(0.99), {deltaY: -400})));
   moves("the key -", () => key("-"));
   moves("the key +", () => key("+"));
+  const zoomed = last();
+  act(window, "resize");
+  expect(near(last(), zoomed, 0.001), "another size of the window shows another time");
   key("0");
   expect(near(last(), whole, 0.001), "the key 0 does not show all");
   act(plot, "mousemove", place(0.1));
