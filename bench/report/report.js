@@ -33,7 +33,7 @@ function reasons() {
   const decide = () => {
     const isLightOn = light === "LEFT" || light === "RIGHT";
     return gear === "2" ? "R: rear view" : isLightOn && isAllowed === "true" ? "turn light"
-      : isLightOn ? "✗ turn light: " + (isRendererThere ? "not allowed" : "no renderer")
+      : isLightOn ? "✗ light: " + (isRendererThere ? "not allowed" : "no renderer")
       : speed > speedLimit ? "speed: above " + speedLimit : "";
   };
   return steps("", {
@@ -99,7 +99,7 @@ const settled = of("expect").map(fact => Object.assign({from: fact.asked}, fact.
 const isFailed = item => item.shape === "cross";
 const lanes = [
   band("picture", 42, steps("off", {power: fact => fact.value === "on" ? "PVM" : "off", picture: fact => fact.value})),
-  band("why", 30, reasons(), "what decides it"),
+  band("why", 30, reasons()),
   marks("drive", 4, of("do").map(fact =>
     mark(fact, "triangle-down", fact.subject, `line ${fact.line}: ${fact.subject}`))),
   band("gear", 16, car("gear")),
@@ -141,7 +141,7 @@ lanes.forEach((lane, i) => {
   lane.y = top + gap + d3.sum(lanes.slice(0, i), above => above.height + gap);
   const label = svg.append("g").attr("transform", `translate(0,${lane.y + Math.min(lane.height / 2 + 4, 20)})`);
   label.append("text").attr("class", "name").text(lane.title);
-  lane.reading = label.append("text").attr("class", "reading").attr("x", left - 8);
+  lane.reading = label.append("text").attr("class", "reading").attr("x", left - 10);
   lane.plot = plot.append("g").attr("class", "lane " + lane.name).attr("transform", `translate(0,${lane.y})`);
   lane.plot.append("rect").attr("class", "background").attr("height", lane.height).style("pointer-events", "none");
   lane.content = lane.plot.append("g").attr("class", "content").attr("clip-path", "url(#inside)");
@@ -203,7 +203,7 @@ function showCursor(at = now) {
   now = Math.min(end, Math.max(0, at));
   cursor.style("display", x(now) >= 0 && x(now) <= width ? null : "none").classed("held", isHeld)
     .attr("transform", `translate(${x(now)},0)`).select("text").text(seconds(now));
-  lanes.forEach(lane => lane.reading.text(cut(lane.read(now), left - 20 - lane.title.length * 5.8, 7)));
+  lanes.forEach(lane => lane.reading.text(cut(lane.read(now), left - 22 - lane.title.length * 5.8, 7)));
   const current = seen(log, now).length - 1, box = document.getElementById("log");
   entries.classed("now", (fact, i) => i === current);
   box.scrollTop = (entries[0][current] || {offsetTop: 0}).offsetTop - box.clientHeight / 2;
@@ -241,7 +241,7 @@ function layOut() {
   const [from, to] = width ? x.domain() : [0, end];
   width = Math.max(200, document.getElementById("lanes").clientWidth - left - right);
   svg.attr("viewBox", `0 0 ${left + width + right} ${height}`);
-  svg.select("#inside rect").attr("x", -right / 2).attr("width", width + right).attr("height", height);
+  svg.select("#inside rect").attr("x", -6).attr("width", width + 12).attr("height", height);
   svg.selectAll(".catcher, .background").attr("width", width);
   zoom.x(x.domain([0, end]).range([0, width])).scale(1).translate([0, 0]);
   view(from, to);
