@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -18,7 +19,8 @@
 
 namespace {
 
-constexpr char kPlayInside[] = "play-inside"; // the command that is for the bench itself
+constexpr char kPlayInside[] = "play-inside";        // the command that is for the bench itself
+const QStringList kOutputs{"log", "json", "report"}; // the options that name a file to be written
 
 /// Writes one line on standard error and gives the code back.
 int complain(int code, const QString &text)
@@ -56,7 +58,6 @@ bool isSameFile(const QString &a, const QString &b)
 int play(const QString &drivePath, const QCommandLineParser &options)
 {
     const QString name = nameOf(drivePath);
-    const QString logPath = options.value("log");
     const Descriptor drive(openDrive(drivePath));
     if (drive < 0)
         return complain(kBadInput, withError(name));
@@ -68,43 +69,58 @@ int play(const QString &drivePath, const QCommandLineParser &options)
     const QString canFault = can.isEmpty() ? QString() : RealBus::faultOf(can);
     if (!canFault.isEmpty())
         return complain(kNoBoard, can + ": " + canFault);
-    Descriptor log;
-    if (!logPath.isEmpty()) {
-        const QString driveFile = drivePath == "-" ? "/dev/stdin" : drivePath;
-        for (const QString &input : {driveFile, controller.filePath()})
-            if (isSameFile(logPath, input))
-                return complain(kBadInput, logPath + ": the log is the drive or the controller "
-                                                     "itself");
-        log.reset(open(QFile::encodeName(logPath).constData(), O_WRONLY | O_CREAT, 0666));
-        if (log < 0)
-            return complain(kBadInput, withError(logPath));
-    }
     const QString path = controller.absoluteFilePath();
+    QStringList inside{kPlayInside, "--controller=" + path};
+    for (const char *option : {"channel", "speed", "can", "report"})
+        if (options.isSet(option))
+            inside << QStringLiteral("--%1=%2").arg(option, options.value(option));
+    if (options.isSet("verbose"))
+        inside << "--verbose";
+    inside << "--" << name << QString::number(drive);
+
+    std::array<Descriptor, 3> outputs; // as kOutputs
+    QStringList taken{drivePath == "-" ? "/dev/stdin" : drivePath, path};
+    for (int i = 0; i < kOutputs.size(); ++i) {
+        const QString file = options.value(kOutputs[i]);
+        for (const QString &other : taken)
+            if (isSameFile(file, other))
+                return complain(kBadInput, file + ": --" + kOutputs[i] + " would write over the " +
+                                               "drive, the controller or another output");
+        if (!file.isEmpty()) {
+            outputs[i].reset(open(QFile::encodeName(file).constData(), O_WRONLY | O_CREAT, 0666));
+            if (outputs[i] < 0)
+                return complain(kBadInput, withError(file));
+            taken << file;
+        }
+        inside << QString::number(outputs[i]);
+    }
     QString fault;
-    const int code =
-        sandbox::run(path, !can.isEmpty(),
-                     {kPlayInside, "--", path, name, options.value("channel"),
-                      options.value("speed"), can, QString::number(drive), QString::number(log)},
-                     &fault);
+    const int code = sandbox::run(path, !can.isEmpty(), inside, &fault);
     return code >= 0 ? code : complain(kNoBoard, fault);
 }
 
-/// The part of it inside the sandbox, with the arguments that play() gave to it.
-int playInside(const QStringList &arguments)
+/// Null without a descriptor. What the file held before is gone.
+QFileDevice *openOutput(const QString &descriptor, QFile *file)
 {
-    if (arguments.size() != 9)
+    const int fd = descriptor.toInt();
+    if (fd < 0)
+        return nullptr;
+    [[maybe_unused]] const int ignored = ftruncate(fd, 0); // a pipe has no length
+    file->open(fd, QIODevice::WriteOnly | QIODevice::Unbuffered);
+    return file;
+}
+
+/// The part of it inside the sandbox, with the arguments that play() gave to it.
+int playInside(const QStringList &arguments, const QCommandLineParser &options)
+{
+    if (arguments.size() != 7)
         return complain(kBadInput, QStringLiteral("%1 is for the bench itself").arg(kPlayInside));
-    const QString &controller = arguments[0];
-    const QString &name = arguments[1];
-    const QString &channel = arguments[2];
-    const double speed = arguments[3].toDouble();
-    const QString &can = arguments[4];
-    const int driveFd = arguments[5].toInt();
-    const int logFd = arguments[6].toInt();
-    sandbox::Inside inside(arguments[7], arguments[8]);
+    const QString &name = arguments[0];
+    const double speed = options.value("speed").toDouble();
+    sandbox::Inside inside(arguments[5], arguments[6]);
 
     Drive drive;
-    QString fault = readDrive(driveFd, name, channel, &drive);
+    QString fault = readDrive(arguments[1].toInt(), name, options.value("channel"), &drive);
     if (fault.isEmpty() && (speed < drive.slowest || speed > drive.fastest))
         fault = QStringLiteral("%1: holds at --speed %2 to %3 only")
                     .arg(name)
@@ -113,22 +129,24 @@ int playInside(const QStringList &arguments)
     if (!fault.isEmpty())
         return complain(kBadInput, fault);
 
-    Board board({controller, drive.rendererFromStart, drive.hasWatchdog, can});
+    Board board({options.value("controller"), drive.rendererFromStart, drive.hasWatchdog,
+                 options.value("can")});
     fault = board.build();
     if (!fault.isEmpty())
         return complain(kNoBoard, fault);
-    QFile log;
-    if (logFd >= 0) {
-        [[maybe_unused]] const int ignored = ftruncate(logFd, 0); // a pipe has no length
-        log.open(logFd, QIODevice::WriteOnly | QIODevice::Unbuffered);
-    }
+    QFile log, json, report;
     QFile output;
     output.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered);
     QTextStream out(&output);
     signal(SIGPIPE, SIG_IGN); // a reader that leaves shows as an error of writing
-    const Outcome outcome =
-        playDrive(board, drive,
-                  {speed, out, isatty(STDOUT_FILENO) == 1, log.isOpen() ? &log : nullptr}, inside);
+    const bool isTerminal = isatty(STDOUT_FILENO) == 1 && qEnvironmentVariable("TERM") != "dumb";
+    const Style style{options.isSet("verbose"), isTerminal,
+                      isTerminal && qEnvironmentVariableIsEmpty("NO_COLOR")};
+    const Outcome outcome = playDrive(
+        board, drive,
+        {speed, out, style, openOutput(arguments[2], &log), openOutput(arguments[3], &json),
+         openOutput(arguments[4], &report), QFileInfo(name).fileName(), options.value("report")},
+        inside);
     return outcome.fault.isEmpty() ? outcome.code : complain(outcome.code, outcome.fault);
 }
 
@@ -195,7 +213,10 @@ int main(int argc, char *argv[])
          {"speed", "Drive seconds per real second, 0.01 to 100.", "X", "1"},
          {"controller", "The controller instead of the one beside, or a script that runs one.",
           "PATH", beside},
+         {"verbose", "Tells all of it: also what was expected and held, in lines of any length."},
          {"log", "Writes the controller's log to a file.", "FILE"},
+         {"report", "Writes a page to look at the drive with a browser.", "FILE"},
+         {"json", "Writes every fact as a JSON object, one a line.", "FILE"},
          {"can", "Plays over a real CAN interface, the other end of can0's bus.", "IFACE"},
          {"channel", "The channel of the log that is played.", "NAME", "can0"}});
 
@@ -213,7 +234,7 @@ int main(int argc, char *argv[])
         return kHeld;
     }
     if (command == kPlayInside)
-        return playInside(words);
+        return playInside(words, parser);
     if (command.isEmpty())
         return complainOfUsage("play, record or words?");
     if (command != "play" && command != "record")

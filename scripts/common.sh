@@ -5,7 +5,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What the controller, the bench and the tests are built with and run on.
 packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libqt5serialbus5-plugins
-          bubblewrap)
+          bubblewrap libjs-d3)
 
 fail() {
     echo "${0##*/}: $*" >&2

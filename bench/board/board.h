@@ -209,7 +209,8 @@ private:
     void handleCommand(int command, const QString &text)
     {
         drain();
-        Q_EMIT happened({Fact::Kind::Command, text, {}});
+        const int ms = text.startsWith("/etc/") ? mScriptMs : 0;
+        Q_EMIT happened({Fact::Kind::Command, text, QString::number(ms / 1000.0)});
         if (text == "reboot")
             reboot();
         else if (text.startsWith("/etc/"))

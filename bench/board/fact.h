@@ -9,7 +9,8 @@
 struct Fact
 {
     enum class Kind {
-        Command,    ///< subject: the command line as it was run, words joined by single blanks
+        Command,    ///< subject: the command line as it was run, words joined by single blanks;
+                    ///< value: how many seconds it takes
         Picture,    ///< value: "PVM" or "DA", the picture that the script just run has routed
         Gpio,       ///< subject: line number, value: "0" or "1"; written by the controller
         Watchdog,   ///< value: "opened", "fed", "disarmed" (closed after 'V'), "closed", "reset"

@@ -87,8 +87,8 @@ QStringList controllerArguments(const QString &controller)
 std::vector<QByteArray> environment()
 {
     std::vector<QByteArray> words{"PATH=/usr/bin:/bin", "HOME=/tmp", "LANG=C.UTF-8"};
-    for (const char *name :
-         {"TERM", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"})
+    for (const char *name : {"TERM", "NO_COLOR", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS",
+                             "LSAN_OPTIONS", "TSAN_OPTIONS"})
         if (qEnvironmentVariableIsSet(name))
             words.push_back(QByteArray(name) + '=' + qgetenv(name));
     return words;

@@ -89,6 +89,16 @@ private:
     const bool mIsFoundByPart;
 };
 
+/// An expectation that has come to its end.
+struct Settled
+{
+    bool isHeld;
+    int line;        ///< in the drive
+    QString what;    ///< was expected
+    QString text;    ///< and what came of it
+    int64_t askedUs; ///< real time
+};
+
 /**
  * What a drive expects, held against what happens on the board.
  *
@@ -103,7 +113,7 @@ class Expectations
 {
 public:
     /// Called once for each expectation, when it is settled.
-    using Report = std::function<void(const QString &text, bool held)>;
+    using Report = std::function<void(const Settled &settled)>;
 
     /// Of the log only lines that one of the @p statements may ask for are kept.
     Expectations(const DriveClock &clock, const std::vector<Statement> &statements, Report report)
@@ -205,7 +215,7 @@ private:
             const State off{Fact::Kind::Power, "off"};
             const State lost{Fact::Kind::Frames, {}};
             const QString why = fact.value == "off" ? fact.subject : mStates[off];
-            mStates = {{{Fact::Kind::Picture, {}}, "PVM"},
+            mStates = {{{Fact::Kind::Picture, {}}, fact.value == "on" ? "PVM" : "off"},
                        {off, why},
                        {lost, mStates[lost]},
                        {{Fact::Kind::Power, {}}, fact.value}};
@@ -232,15 +242,15 @@ private:
         if (!isOver && isHolding != (statement.limit == Limit::Within))
             return false;
         const QString what = statement.text.section(' ', 1);
-        if (isHolding) {
+        const QString text = isHolding ? what + ": ok" + whenHeld(expectation, nowUs)
+                                       : QStringLiteral("FAILED (line %1): expected %2, but %3")
+                                             .arg(statement.line)
+                                             .arg(what, whyFailed(expectation));
+        if (isHolding)
             ++mHeld;
-            mReport(QStringLiteral("%1: ok%2").arg(what, whenHeld(expectation, nowUs)), true);
-        } else {
-            mFailures << QStringLiteral("FAILED (line %1): expected %2, but %3")
-                             .arg(statement.line)
-                             .arg(what, whyFailed(expectation));
-            mReport(mFailures.last(), false);
-        }
+        else
+            mFailures << text;
+        mReport({isHolding, statement.line, what, text, expectation.askedUs});
         account(expectation, isHolding);
         return true;
     }

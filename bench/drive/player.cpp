@@ -2,7 +2,9 @@
 
 #include "bench/drive/player.h"
 
+#include "bench/drive/facts.h"
 #include "bench/drive/summary.h"
+#include "bench/report/report.h"
 
 #include <QEventLoop>
 #include <QFileDevice>
@@ -14,6 +16,7 @@ namespace {
 
 constexpr int kHousekeepingMs = 100;
 constexpr int kLogLinesShown = 20;
+constexpr int kColumns = 80;
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
 int milliseconds(int64_t us)
@@ -31,9 +34,12 @@ public:
           mDrive(drive),
           mHow(how),
           mClock(how.speed),
-          mTimeline(how.out, mClock, how.isColoured),
-          mExpectations(mClock, drive.statements, [this](const QString &text, bool held) {
-              mTimeline.note(mClock.nowUs(), "expect", text, !held);
+          mTimeline(how.out, mClock, how.style),
+          mFacts(mClock, how.json, how.report != nullptr),
+          mExpectations(mClock, drive.statements, [this](const Settled &settled) {
+              mFacts.addExpectation(settled, mClock.nowUs());
+              if (!settled.isHeld || mHow.style.isVerbose)
+                  mTimeline.note(mClock.nowUs(), "expect", settled.text, !settled.isHeld);
           })
     {
         connect(&mBoard, &Board::ready, this, &Player::onReady);
@@ -55,9 +61,12 @@ public:
                        QStringLiteral("lasts %1 s and has %2 frames")
                            .arg(DriveClock::seconds(mDrive.endUs, 1))
                            .arg(mDrive.frames.size()));
-        for (const QString &remark : mDrive.remarks)
+        mFacts.add(-1, "drive", mHow.name, DriveClock::seconds(mDrive.endUs));
+        mFacts.addLines();
+        for (const QString &remark : mDrive.remarks) {
             mTimeline.note(-1, "drive", remark);
-        mTimeline.note(-1, "board", "powered, waiting for the controller");
+            mFacts.add(-1, "remark", remark);
+        }
         mBoard.powerOn();
         if (!mIsFinished)
             mLoop.exec();
@@ -123,6 +132,7 @@ private:
         const int64_t now = mClock.nowUs();
         const bool isOff = fact.kind == Fact::Kind::Power && fact.value == "off";
         const bool isForeseen = mExpectations.isAwaited(fact.kind, fact.value);
+        mFacts.take(fact, now);
         mTimeline.take(fact, now);
         mExpectations.take(fact, now);
         if (isOff && !isForeseen)
@@ -138,8 +148,10 @@ private:
         if (mRecords.empty() || mIsFinished)
             return;
         const int64_t now = mClock.nowUs();
-        for (const Fact &fact : mRecords)
+        for (const Fact &fact : mRecords) {
+            mFacts.take(fact, now);
             mTimeline.take(fact, now);
+        }
         for (const Fact &fact : mRecords)
             mExpectations.take(fact, now);
         mRecords.clear();
@@ -164,6 +176,9 @@ private:
             return;
         mTimeline.advance(mClock.nowUs());
         mExpectations.advance(mClock.nowUs());
+        showLive();
+        if (!mFacts.fault().isEmpty())
+            fail("the facts: " + mFacts.fault());
         endWhenQuiet();
     }
 
@@ -175,14 +190,23 @@ private:
             if (isStatementNext())
                 perform(mDrive.statements[mNextStatement++]);
             else
-                mBoard.sendFrame(mDrive.frames[mNextFrame++]);
+                send(mDrive.frames[mNextFrame++]);
             if (nextItemUs() > now)
                 now = mClock.nowUs();
         }
     }
 
+    void send(const BusFrame &frame)
+    {
+        mBoard.sendFrame(frame);
+        mFacts.takeFrame(frame, mClock.nowUs());
+        mWireUs += vehicle::wireUs(frame);
+    }
+
     void perform(const Statement &statement)
     {
+        if (!statement.isExpectation())
+            mFacts.add(mClock.nowUs(), "do", statement.text, {}, {{"line", statement.line}});
         const QString &value = statement.value;
         const bool isOn = value == "on";
         switch (statement.verb) {
@@ -231,6 +255,25 @@ private:
         timerfd_settime(mTimer, TFD_TIMER_ABSTIME, &deadline, nullptr);
     }
 
+    /// The bus as it was loaded in the last second.
+    void showLive()
+    {
+        const int64_t now = mClock.nowUs();
+        if (now - mLoadUs >= 1'000'000) {
+            mLoad = 100 * std::exchange(mWireUs, 0) / mClock.driveUs(now - mLoadUs);
+            mLoadUs = now;
+            mFacts.add(now, "load", {}, QString::number(mLoad));
+        }
+        mTimeline.showLive(
+            QStringLiteral("%1%2 of %3 s, bus %4 %, %5 of %6 expectations held, %7 failed")
+                .arg(mTimeline.picture(), -3)
+                .arg(mClock.column(now), DriveClock::seconds(mDrive.endUs, 1))
+                .arg(mLoad)
+                .arg(mExpectations.held())
+                .arg(mExpectations.asked())
+                .arg(mExpectations.failures().size()));
+    }
+
     void endWhenQuiet()
     {
         const int64_t now = mClock.nowUs();
@@ -269,26 +312,53 @@ private:
         checkLost();
         const int64_t endUs = mClock.nowUs();
         mTimeline.end(endUs);
-        Summary{mBoard, mDrive, mClock, mTimeline, mExpectations, endUs, mWorstLatenessUs, mHow.out}
-            .print();
-
+        mTimeline.showLive({});
+        const QVector<Figure> figures =
+            Summary{mBoard, mDrive, mClock, mTimeline, mExpectations, endUs, mWorstLatenessUs}
+                .figures();
         mFailures = mExpectations.failures() + mFailures;
+        addEnd(figures, resultOf(code), endUs);
+        if (code <= 128 && !mFailures.isEmpty())
+            code = kFailed;
+
+        mHow.out << '\n';
+        for (const auto &[what, value] : figures)
+            mHow.out << QStringLiteral("  %1 %2\n").arg(what, -22).arg(value);
         if (!mFailures.isEmpty())
             tellFailure();
-        const bool isInterrupted = code > 128;
-        if (!isInterrupted && !mFailures.isEmpty())
-            code = kFailed;
-        const bool isAnyAsked = mExpectations.asked() > 0;
-        mHow.out << "\ndrive "
-                 << (isInterrupted     ? "interrupted"
-                     : code == kFailed ? "FAILED"
-                     : isAnyAsked      ? "held"
-                                       : "played; nothing was expected of it")
-                 << '\n';
+        mHow.out << "\ndrive " << resultOf(code);
+        if (code == kFailed && mHow.report)
+            mHow.out << "; to look at it: " << mHow.reportName;
+        mHow.out << '\n';
         mHow.out.flush();
         // Nobody may take a run for held whose report was lost.
         if (!isOutputBroken())
             end(code, {});
+    }
+
+    QString resultOf(int code) const
+    {
+        return code > 128                                ? "interrupted"
+               : code == kFailed || !mFailures.isEmpty() ? "FAILED"
+               : mExpectations.asked() > 0               ? "held"
+                                                         : "played; nothing was expected of it";
+    }
+
+    /// What is known only now ends the facts, and the report is made of them.
+    void addEnd(const QVector<Figure> &figures, const QString &result, int64_t us)
+    {
+        if (mFacts.isLogCut())
+            mFacts.add(us, "remark", "the log is cut off here; --log and --json write all of it");
+        for (const auto &[what, value] : figures)
+            mFacts.add(us, "figure", what, value);
+        for (const QString &failure : mFailures)
+            mFacts.add(us, "failure", failure);
+        mFacts.add(us, "result", {}, result);
+        if (!mHow.report)
+            return;
+        const QByteArray page = reportPage(mFacts.kept());
+        if (mHow.report->write(page) != page.size())
+            mFailures << "FAILED: the report: " + mHow.report->errorString();
     }
 
     void end(int code, const QString &fault)
@@ -302,7 +372,7 @@ private:
     {
         mHow.out << "\nThe last lines of the controller's log:\n";
         for (const QString &line : mBoard.controller().lastLines(kLogLinesShown))
-            mHow.out << "  " << printable(line) << '\n';
+            mHow.out << "  " << mTimeline.fitting(line, kColumns - 2) << '\n';
         mHow.out << '\n';
         for (const QString &failure : mFailures)
             mHow.out << printable(failure, 1000) << '\n';
@@ -338,6 +408,7 @@ private:
     Playing mHow;
     DriveClock mClock;
     Timeline mTimeline;
+    Facts mFacts;
     Expectations mExpectations;
     const Descriptor mTimer{timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)};
     QSocketNotifier mDeadline{mTimer, QSocketNotifier::Read};
@@ -348,6 +419,9 @@ private:
     size_t mNextFrame = 0;
     size_t mNextStatement = 0;
     int64_t mWorstLatenessUs = 0;
+    int64_t mWireUs = 0; ///< how long frames have kept the bus since mLoadUs
+    int64_t mLoadUs = 0;
+    int64_t mLoad = 0;     ///< percent
     QStringList mFailures; ///< beside the expectations'
     bool mIsFinished = false;
     Outcome mOutcome;

@@ -5,8 +5,7 @@
 #include "bench/board/board.h"
 #include "bench/board/sandbox.h"
 #include "bench/drive/drivefile.h"
-
-#include <QTextStream>
+#include "bench/drive/timeline.h"
 
 class QFileDevice;
 
@@ -17,8 +16,12 @@ struct Playing
 {
     double speed; ///< drive seconds per real second
     QTextStream &out;
-    bool isColoured;
-    QFileDevice *log; ///< gets each line of the controller's output behind its drive time; or null
+    Style style;
+    QFileDevice *log;    ///< gets each line of the controller's output behind its drive time
+    QFileDevice *json;   ///< gets each fact
+    QFileDevice *report; ///< gets the page when it is over; any of the three may be null
+    QString name;        ///< of the drive
+    QString reportName;
 };
 
 struct Outcome

@@ -10,7 +10,10 @@
 #include <linux/can.h>
 #include <sys/resource.h>
 
-/// The figures of a drive, printed when it is over.
+/// A figure of a drive: what, and how much.
+using Figure = QPair<QString, QString>;
+
+/// The figures of a drive when it is over.
 struct Summary
 {
     Board &board;
@@ -20,40 +23,44 @@ struct Summary
     const Expectations &expectations;
     int64_t endUs;           ///< real time since drive time 0
     int64_t worstLatenessUs; ///< real time
-    QTextStream &out;
 
-    void print() const
+    QVector<Figure> figures() const
     {
-        out << '\n';
-        figure("frames", frames());
-        figure("worst lateness", DriveClock::seconds(worstLatenessUs * 1000, 1) + " ms");
-        figure("pictures", share("PVM") + ", " + share("DA"));
-        figure("switches", QString::number(timeline.switches()));
-        figure("commands run", QString::number(timeline.commands()));
-        figure("watchdog feeds", QString::number(board.watchdog().feeds()));
-        printController();
-        figure("expectations", settled());
+        return QVector<Figure>{
+                   {"frames", frames()},
+                   {"on the bus", onTheBus()},
+                   {"worst lateness", DriveClock::seconds(worstLatenessUs * 1000, 1) + " ms"},
+                   {"pictures", pictures()},
+                   {"switches", QString::number(timeline.switches())},
+                   {"commands run", QString::number(timeline.commands())},
+                   {"watchdog feeds", QString::number(board.watchdog().feeds())}} +
+               controllersFigures() + QVector<Figure>{{"expectations", settled()}};
     }
 
 private:
-    void figure(const char *name, const QString &value) const
-    {
-        out << QStringLiteral("  %1 %2\n").arg(name, -22).arg(value);
-    }
-
     QString frames() const
     {
         const auto errors =
             std::count_if(drive.frames.begin(), drive.frames.end(),
                           [](const BusFrame &frame) { return (frame.id & CAN_ERR_FLAG) != 0; });
-        return QStringLiteral(
-                   "%1 in the drive (%2 error frames), %3 sent, %4 received, %5 lost, %6 skipped")
+        return QStringLiteral("%1 in the drive (%2 error frames), %3 skipped")
             .arg(drive.frames.size() + drive.skipped)
             .arg(errors)
+            .arg(drive.skipped);
+    }
+
+    QString onTheBus() const
+    {
+        return QStringLiteral("%1 sent, %2 received, %3 lost")
             .arg(board.bus().sent())
             .arg(board.bus().received())
-            .arg(board.bus().lost())
-            .arg(drive.skipped);
+            .arg(board.bus().lost());
+    }
+
+    QString pictures() const
+    {
+        const QString both = share("PVM") + ", " + share("DA");
+        return timeline.shownUs("off") > 0 ? both + ", " + share("off") : both;
     }
 
     QString share(const QString &picture) const
@@ -86,8 +93,9 @@ private:
     }
 
     // Machines differ: what the bench itself took for the same drive is the yardstick.
-    void printController() const
+    QVector<Figure> controllersFigures() const
     {
+        QVector<Figure> figures;
         ControllerProcess &controller = board.controller();
         controller.sample();
         rusage bench = {};
@@ -95,16 +103,17 @@ private:
         const auto memory = static_cast<double>(controller.peakMemoryKiB());
         const auto benchMemory = static_cast<double>(bench.ru_maxrss);
         if (memory >= 0)
-            figure("controller's memory",
-                   QStringLiteral("%1 MiB at most, %2 times the bench's")
-                       .arg(fixed(memory / 1024, 1), ratio(memory, benchMemory)));
+            figures << Figure{"controller's memory",
+                              QStringLiteral("%1 MiB at most, %2 times the bench's")
+                                  .arg(fixed(memory / 1024, 1), ratio(memory, benchMemory))};
         const double played = static_cast<double>(std::max<int64_t>(endUs, 1)) / 1e6;
         const double cpu = controller.cpuSeconds();
         const double benchCpu = secondsOf(bench.ru_utime) + secondsOf(bench.ru_stime);
         if (cpu >= 0)
-            figure("controller's CPU time",
-                   QStringLiteral("%1 s (%2 % of the %3 s played), %4 times the bench's")
-                       .arg(fixed(cpu, 2), fixed(100 * cpu / played, 1), fixed(played, 1),
-                            ratio(cpu, benchCpu)));
+            figures << Figure{"controller's CPU time",
+                              QStringLiteral("%1 s (%2 % of %3 s), %4 times the bench's")
+                                  .arg(fixed(cpu, 2), fixed(100 * cpu / played, 1),
+                                       fixed(played, 1), ratio(cpu, benchCpu))};
+        return figures;
     }
 };

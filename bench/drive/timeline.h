@@ -8,14 +8,23 @@
 #include "bench/drive/tickcounts.h"
 
 #include <QMap>
+#include <QRegularExpression>
 #include <QTextStream>
 
 #include <algorithm>
 #include <utility>
 
+/// How a timeline looks.
+struct Style
+{
+    bool isVerbose = false;  ///< all of it, in lines as long as they are
+    bool isTerminal = false; ///< its last line lives
+    bool isColoured = false;
+};
+
 /**
- * Tells what happens, a line each: drive time, what, the text, and the picture routed then. Each
- * line is out before the next thing happens.
+ * Tells what happens, a line of 80 columns each: the picture routed then, drive time, what and the
+ * text. Each line is out before the next thing happens.
  *
  * Times come in as real microseconds since drive time 0, negative before it, and are printed as
  * drive time.
@@ -23,24 +32,40 @@
 class Timeline
 {
 public:
-    Timeline(QTextStream &out, const DriveClock &clock, bool isColoured)
-        : mOut(out), mClock(clock), mIsColoured(isColoured)
+    Timeline(QTextStream &out, const DriveClock &clock, const Style &style)
+        : mOut(out), mClock(clock), mStyle(style)
     {}
 
     void note(int64_t us, const QString &what, const QString &text, bool isBad = false)
     {
         printRecord(us);
-        const QString line = QStringLiteral("%1  %2 %3 %4")
-                                 .arg(mClock.column(us))
-                                 .arg(what, -9)
-                                 .arg(printable(text), -64)
-                                 .arg(mPicture);
-        if (isBad && mIsColoured)
-            mOut << "\033[31m" << line << "\033[0m\n";
-        else
-            mOut << line << '\n';
+        showLive({});
+        mOut << coloured(mPicture == "PVM" ? kReverse : kPlain, mPicture.leftJustified(3))
+             << coloured(isBad ? kRed : kPlain, QStringLiteral("%1  %2 %3")
+                                                    .arg(mClock.column(us))
+                                                    .arg(what, -8)
+                                                    .arg(fitting(text, kTextColumns)))
+             << '\n';
         mOut.flush();
     }
+
+    /// Without its end if it is longer than that and nobody wants to see all.
+    QString fitting(const QString &text, int columns) const
+    {
+        return printable(text,
+                         mStyle.isVerbose || text.size() <= columns ? text.size() : columns - 3);
+    }
+
+    /// What stands below the last line on a terminal, until there is another.
+    void showLive(const QString &text)
+    {
+        if (!mStyle.isTerminal)
+            return;
+        mOut << "\r\033[K" << text;
+        mOut.flush();
+    }
+
+    const QString &picture() const { return mPicture; }
 
     void take(const Fact &fact, int64_t us)
     {
@@ -74,7 +99,7 @@ public:
             return;
         case Fact::Kind::Log:
             if (!span.isEmpty())
-                note(us, "log", fact.subject + span);
+                note(us, "log", QString(fact.subject).remove(kFrame) + span);
             return;
         }
     }
@@ -109,6 +134,17 @@ private:
     static constexpr int64_t kRecordGapUs = 1'000'000; ///< between lines for angle and radar alone
     static constexpr int kSpeedLimit = 15;             ///< above it the picture is left
 
+    static constexpr int kTextColumns = 57; ///< of 80
+    static constexpr char kPlain[] = "";
+    static constexpr char kReverse[] = "\033[7m";
+    static constexpr char kRed[] = "\033[31m";
+    inline static const QRegularExpression kFrame{"^=+ *"}; ///< around many lines of the log
+
+    QString coloured(const char *colour, const QString &text) const
+    {
+        return *colour && mStyle.isColoured ? colour + text + "\033[0m" : text;
+    }
+
     static QString lineName(const QString &number)
     {
         const BoardLine *line = boardlines::find(number.toInt());
@@ -128,19 +164,23 @@ private:
     {
         if (picture == mPicture)
             return;
-        countPicture(us);
-        mPicture = picture;
+        setPicture(picture, us);
         if (us >= 0)
             ++mSwitches;
         note(us, "picture", "is now " + picture);
     }
 
+    void setPicture(const QString &picture, int64_t us)
+    {
+        countPicture(us);
+        mPicture = picture;
+    }
+
     void takePower(const QString &value, const QString &why, int64_t us)
     {
         mIsWatchdogOpen = false;
+        setPicture(value == "on" ? "PVM" : "off", us); // the board's doing, no switch
         note(us, "board", "power " + value + (why.isEmpty() ? QString() : " (" + why + ')'));
-        if (value == "on")
-            takePicture("PVM", us);
     }
 
     void takeWatchdog(const QString &value, int64_t us)
@@ -167,6 +207,8 @@ private:
                 return;
             remark = isAbove ? " (above the limit)" : " (within the limit)";
         }
+        if (!mStyle.isVerbose && (field == "angle" || field == "radar"))
+            return;
         mFields[field] = value + remark;
         if (mIsRecordDue || field == "angle" || field == "radar")
             return;
@@ -196,10 +238,10 @@ private:
 
     QTextStream &mOut;
     const DriveClock &mClock;
-    const bool mIsColoured;
+    const Style mStyle;
 
     TickCounts mTickCounts;
-    QString mPicture = "PVM";
+    QString mPicture = "off";
     int64_t mPictureSinceUs = 0;
     QMap<QString, int64_t> mShownUs; ///< real time per picture
     int mSwitches = 0;

@@ -20,6 +20,7 @@ constexpr int64_t kBusSecondsBehind = 28'800; // 8 hours, the clock on the bus
 
 // What the renderer gets moves in steps of 33 for each hundredth of 4864 counts.
 constexpr double kCountsPerAngle = 48.64 / 33;
+constexpr int kLargestCounts = 4230;
 
 // Bits around the data, with the gap between two frames, and what bit stuffing usually adds.
 constexpr int kStandardBits = 47;
@@ -49,6 +50,39 @@ int codeOf(const QString &word)
 uint32_t busId(uint32_t identifier)
 {
     return identifier > CAN_SFF_MASK ? identifier | CAN_EFF_FLAG : identifier;
+}
+
+/// The words of these codes, the other way.
+QString gearOf(int code)
+{
+    static const QHash<int, QString> words{{0, "P"}, {7, "R"}, {6, "N"}, {5, "D"}};
+    return words.value(code, "undefined");
+}
+
+QString lightOf(int code)
+{
+    static const QHash<int, QString> words{
+        {0x45, "RIGHT"}, {0x49, "RIGHT"}, {0x51, "LEFT"}, {0x61, "LEFT"}};
+    return words.value(code, "OFF");
+}
+
+QString keyOf(int code)
+{
+    return code == 0x54 ? "ON" : code == 0x04 ? "1" : "OFF";
+}
+
+/// From counts that go up from 0 to one side and down from 65535 to the other.
+QString angleOf(int word)
+{
+    const int counts = word <= 0x8000 ? word : word - 0xFFFF;
+    return QString::number(std::clamp(counts, -kLargestCounts, kLargestCounts) * 100 / 4864 * 33);
+}
+
+/// The bus counts the other way: 1 is near, 3 far.
+vehicle::Reading radarOf(int sensor, int code)
+{
+    return {QStringLiteral("radar %1").arg(sensor),
+            QString::number(code >= 1 && code <= 3 ? 4 - code : 0)};
 }
 
 /// A number over time: jumps, and straight lines.
@@ -104,16 +138,10 @@ struct Message
                                               : (frame.id & CAN_SFF_MASK) << 18;
     }
 
-    int64_t wireUs() const
-    {
-        const int plain = (frame.id & CAN_EFF_FLAG) != 0 ? kExtendedBits : kStandardBits;
-        return static_cast<int64_t>((plain + 8 * frame.length) * kStuffing * kUsPerBit);
-    }
-
     /// Percent of the bus.
     double share() const
     {
-        return 100.0 * static_cast<double>(wireUs()) / static_cast<double>(periodUs);
+        return 100.0 * static_cast<double>(vehicle::wireUs(frame)) / static_cast<double>(periodUs);
     }
 
     /// To the next one that is not late already: a full bus holds one of a kind back, not many.
@@ -160,7 +188,7 @@ public:
             if (isSent(*next, us)) {
                 if (next->sender == Sender::Vehicle)
                     std::copy_n(payload(next->frame.id, us).begin(), 8, next->frame.data);
-                us += next->wireUs();
+                us += vehicle::wireUs(next->frame);
                 next->frame.stampUs = vehicle::kStartUs + us;
                 sent.push_back(next->frame);
                 if (next->sender == Sender::Others)
@@ -318,6 +346,38 @@ private:
 std::vector<BusFrame> vehicle::frames(const std::vector<Statement> &statements)
 {
     return Vehicle(statements).frames();
+}
+
+std::vector<vehicle::Reading> vehicle::readings(const BusFrame &frame)
+{
+    const uint8_t *data = frame.data; // what the frame does not carry is 0
+    switch (frame.id & (CAN_EFF_MASK | CAN_ERR_FLAG)) {
+    case 0x1004501:
+        return {{"gear", gearOf(data[5] >> 4)}};
+    case 0x1004001:
+        return {{"gear", gearOf(data[4] & 0xF)}};
+    case 0x413:
+        return {{"light", lightOf(data[7])}};
+    case 0x3E0:
+        return {{"key", keyOf(data[4])}};
+    case 0x681AA02:
+        return {{"speed", QString::number(data[0])}};
+    case 0x4812501:
+        return {{"angle", angleOf(data[3] + 256 * data[4])}};
+    case 0x3E5:
+        return {radarOf(0, data[5] >> 3 & 7), radarOf(1, data[3] >> 3 & 7),
+                radarOf(2, data[4] >> 3 & 7)};
+    case 0x3E6:
+        return {radarOf(3, data[4] & 7), radarOf(4, data[2] & 7), radarOf(5, data[3] & 7)};
+    default:
+        return {};
+    }
+}
+
+int64_t vehicle::wireUs(const BusFrame &frame)
+{
+    const int plain = (frame.id & CAN_EFF_FLAG) != 0 ? kExtendedBits : kStandardBits;
+    return static_cast<int64_t>((plain + 8 * frame.length) * kStuffing * kUsPerBit);
 }
 
 bool vehicle::isKnown(uint32_t id)

@@ -22,6 +22,17 @@ constexpr int64_t kStartUs = 1'700'000'000'000'000;
 /// Everything that it sends, until `end` or until all that the words ask for is over.
 std::vector<BusFrame> frames(const std::vector<Statement> &statements);
 
+/// One thing that a frame tells, in a drive's words.
+struct Reading
+{
+    QString subject; ///< such as "gear", or "radar 5"
+    QString value;
+};
+std::vector<Reading> readings(const BusFrame &frame);
+
+/// How long a frame keeps the bus of 500 kbit/s.
+int64_t wireUs(const BusFrame &frame);
+
 /// Whether the controller looks at this identifier, flags of <linux/can.h> aside.
 bool isKnown(uint32_t id);
 

@@ -29,8 +29,9 @@ static QString verdictsOf(const QString &story, double speed)
         statements.push_back(statement);
     }
     const DriveClock clock(speed);
-    Expectations expectations(clock, statements, [&](const QString &text, bool held) {
-        verdicts << (held ? "ok " : "no ") + text.section(held ? ": ok, " : ", but ", 1);
+    Expectations expectations(clock, statements, [&](const Settled &settled) {
+        verdicts << (settled.isHeld ? "ok " : "no ") +
+                        settled.text.section(settled.isHeld ? ": ok, " : ", but ", 1);
     });
     auto next = statements.begin();
     for (const QString &line : story.split("; ")) {

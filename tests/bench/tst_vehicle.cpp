@@ -130,6 +130,38 @@ private Q_SLOTS:
         QVERIFY2(qAbs(load - wanted) < 3, qPrintable(QString::number(load)));
     }
 
+    void isReadAsItWasWritten()
+    {
+        const char *const rows[][2] = {
+            {"01004501#0000000000700000", "gear R"},
+            {"01004001#0000000006", "gear N"},
+            {"01004501#0000000000500000", "gear D"},
+            {"01004501#00", "gear P"},
+            {"01004501#0000000000100000", "gear undefined"},
+            {"413#0000000000000049", "light RIGHT"},
+            {"413#0000000000000061", "light LEFT"},
+            {"413#0000000000000012", "light OFF"},
+            {"3E0#0000000004", "key 1"},
+            {"0681AA02#FF", "speed 255"},
+            {"04812501#0000008610", "angle 2838"}, // 4230
+            {"04812501#000000FFFF", "angle 0"},
+            {"04812501#0000000080", "angle 2838"},
+            {"04812501#0000000180", "angle -2838"},
+            {"3E5#0000000810180000", "radar 0 1, radar 1 3, radar 2 2"},
+            {"3E6#000001020700", "radar 3 0, radar 4 3, radar 5 2"},
+            {"2681AA02#FF", ""}, // an error frame
+            {"123#00", ""},
+        };
+        for (const auto &[frame, wanted] : rows) {
+            FrameLine line;
+            QCOMPARE(readFrame(frame, &line), QString());
+            QStringList read;
+            for (const vehicle::Reading &reading : vehicle::readings(line.frame))
+                read << reading.subject + ' ' + reading.value;
+            QCOMPARE(read.join(", "), QString(wanted));
+        }
+    }
+
     void sleepsAndRepeats()
     {
         const std::vector<BusFrame> frames =
