@@ -66,6 +66,10 @@
   };
   const key = name => act(document.body, "keydown", {key: name});
   moves("the wheel", () => act(plot, "wheel", Object.assign(place(0.99), {deltaY: -400})));
+  moves("a drag", () => ["mousedown", "mousemove", "mouseup"].forEach((type, i) =>
+    act(i ? window : plot, type, place(0.3 + 0.3 * i))));
+  moves("Page Down", () => key("PageDown"));
+  moves("Page Up", () => key("PageUp"));
   moves("the key -", () => key("-"));
   moves("the key +", () => key("+"));
   const zoomed = last();
