@@ -130,7 +130,7 @@ int playInside(const QStringList &arguments, const QCommandLineParser &options)
         return complain(kBadInput, fault);
 
     Board board({options.value("controller"), drive.rendererFromStart, drive.hasWatchdog,
-                 options.value("can")});
+                 drive.hasService, options.value("can")});
     fault = board.build();
     if (!fault.isEmpty())
         return complain(kNoBoard, fault);

@@ -31,6 +31,7 @@ public:
         QString controller;            ///< path of the program that is or runs the controller
         bool rendererFromStart = true; ///< the renderer runs, initialised, before ready()
         bool hasWatchdog = true;       ///< there is a /dev/watchdog
+        bool hasService = false;       ///< a controller that ends is started again
         QString can = {};              ///< the interface of a real bus, empty for the bench's own
     };
 
@@ -129,6 +130,22 @@ public:
                                    : QStringLiteral("take %1 ms").arg(ms)});
     }
 
+    /// Runs a command of the shell on the board, beside the controller. failed() if it does.
+    void run(const QString &command)
+    {
+        auto *shell = new QProcess(this);
+        shell->setProcessChannelMode(QProcess::MergedChannels);
+        connect(shell, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
+                [this, shell, command](int code, QProcess::ExitStatus status) {
+                    if (code != 0 || status != QProcess::NormalExit)
+                        Q_EMIT failed(QStringLiteral("run \"%1\" failed: %2")
+                                          .arg(command, printable(shell->readAll().trimmed())));
+                    shell->deleteLater();
+                });
+        shell->start("/bin/sh", {"-c", command});
+        shell->closeWriteChannel();
+    }
+
     /// The controller waits for its end and does nothing else.
     bool isCommandRunning() const { return mCommands.isCommandRunning(); }
 
@@ -140,12 +157,13 @@ Q_SIGNALS:
     void happened(const Fact &fact);
     void ready();                            ///< can0 is up and connected, the renderer attached
     void startFailed(const QString &reason); ///< one line
-    /// Died, has not read the bus or given a sign of life for 5 s, or rebooted before all was put
-    /// away.
-    void controllerLost(const QString &reason);
+    /// The controller died, has not read the bus or given a sign of life for 5 s, or rebooted before
+    /// all was put away; or a command of run().
+    void failed(const QString &reason);
 
 private:
     static constexpr int kStartTimeoutMs = 30000; // a debugger may need them
+    static constexpr int kRestartMs = 1000; // as RestartSec of the service
     static constexpr int kStallCheckPeriodMs = 500;
     static constexpr int kStallChecks = 10; // in a row: 5 s
 
@@ -238,7 +256,7 @@ private:
     void reboot()
     {
         if (!mIsPowerReleased)
-            Q_EMIT controllerLost(QStringLiteral("reboot without sync and then keep-power (%1) = 0")
+            Q_EMIT failed(QStringLiteral("reboot without sync and then keep-power (%1) = 0")
                                       .arg(boardlines::kKeepPower));
         powerOff("reboot");
     }
@@ -304,14 +322,25 @@ private:
         mBus->disconnectDevice();
         if (mPhase == Phase::Starting)
             failStart("the controller ended " + how);
+        else if (mPhase == Phase::Running && mSetup.hasService)
+            restartController(how);
         else if (mPhase == Phase::Running)
             lose("the controller ended " + how);
+    }
+
+    void restartController(const QString &how)
+    {
+        Q_EMIT happened({Fact::Kind::Controller, {}, "ended " + how});
+        QTimer::singleShot(kRestartMs, this, [this] {
+            if (mPhase == Phase::Running)
+                mController.start(mSetup.controller);
+        });
     }
 
     void lose(const QString &reason)
     {
         enter(Phase::Lost);
-        Q_EMIT controllerLost(reason);
+        Q_EMIT failed(reason);
     }
 
     // Checks are counted instead of milliseconds: when the whole machine is held up, the controller

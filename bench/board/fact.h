@@ -16,7 +16,8 @@ struct Fact
         Watchdog,   ///< value: "opened", "fed", "disarmed" (closed after 'V'), "closed", "reset"
         Record,     ///< subject: field, value: its text; one fact for each changed field
         Log,        ///< subject: one line of the controller's output
-        Controller, ///< value: "flooding", its output comes without ends of lines
+        Controller, ///< value: "flooding", its output comes without ends of lines; or how it ended
+                    ///< when it is started again
         Frames,     ///< value: "lost", for the first frame that the controller will never see
         Bus,        ///< value: "up", "down", "connected"; subject: the command behind up and down
         Renderer,   ///< value: "started", "ended" or the flag just set, such as "turn-switch on"

@@ -158,10 +158,11 @@ private:
             mVehicleLine = statement.line;
         const bool isPace = statement.verb == Verb::Pace;
         const bool isWithoutWatchdog = statement.verb == Verb::OmitWatchdog;
-        if ((isPace || isWithoutWatchdog) && statement.atUs != 0)
+        const bool isWithService = statement.verb == Verb::RestartController;
+        if ((isPace || isWithoutWatchdog || isWithService) && statement.atUs != 0)
             return "this is for the whole drive and stands at 0";
-        if (isWithoutWatchdog)
-            mDrive->hasWatchdog = false;
+        mDrive->hasWatchdog &= !isWithoutWatchdog;
+        mDrive->hasService |= isWithService;
         if (isPace && statement.spanUs > statement.limitUs)
             return "LOW is above HIGH";
         if (isPace) {

@@ -45,7 +45,7 @@ public:
         connect(&mBoard, &Board::ready, this, &Player::onReady);
         connect(&mBoard, &Board::startFailed, this, &Player::onStartFailed);
         connect(&mBoard, &Board::happened, this, &Player::onHappened);
-        connect(&mBoard, &Board::controllerLost, this, &Player::fail);
+        connect(&mBoard, &Board::failed, this, &Player::fail);
         connect(&mDeadline, &QSocketNotifier::activated, this, &Player::onDeadline);
         for (QTimer *timer : {&mRecordsDue, &mPowerUp})
             timer->setSingleShot(true);
@@ -231,7 +231,11 @@ private:
         case Verb::SlowScripts:
         case Verb::SetScripts:
             return mBoard.setScripts(milliseconds(statement.spanUs), value == "failing");
+        case Verb::RunCommand:
+            mTimeline.note(mClock.nowUs(), "board", statement.text);
+            return mBoard.run(value);
         case Verb::OmitWatchdog: // was built so
+        case Verb::RestartController:
         case Verb::Pace:
         case Verb::End:
             break;

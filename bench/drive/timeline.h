@@ -94,7 +94,9 @@ public:
         case Fact::Kind::Frames:
             return note(us, "bus", "frames are lost");
         case Fact::Kind::Controller:
-            if (!std::exchange(mIsFlooded, true))
+            if (fact.value != "flooding")
+                note(us, "board", "the controller " + fact.value);
+            else if (!std::exchange(mIsFlooded, true))
                 note(us, "log", "a line without end; such lines come in pieces");
             return;
         case Fact::Kind::Log:

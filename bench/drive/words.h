@@ -30,7 +30,9 @@ enum class Verb {
     SetReadable, ///< subject: input
     SlowScripts,
     SetScripts,
+    RunCommand, ///< value: for the shell
     OmitWatchdog,
+    RestartController,
     // The drive itself.
     Pace, ///< from spanUs to limitUs millionths of a drive second per real one
     End,

@@ -89,6 +89,7 @@ private Q_SLOTS:
             {"at 0 expect power off by fire", "'fire' is not allowed after 'by'"},
             {"at 1 board without watchdog", "this is for the whole drive and stands at 0"},
             {"at 0 pace 2 to 1", "LOW is above HIGH"},
+            {"at 1 board with service", "this is for the whole drive and stands at 0"},
             {"at 1 pace 1 to 2", "this is for the whole drive and stands at 0"},
             {"at 0 expect watchdog unfed for 1\nat 0 board without watchdog",
              "nothing can be expected of a watchdog that the board has not"},
@@ -174,8 +175,10 @@ private Q_SLOTS:
         QVERIFY2(wrong.isEmpty(), qPrintable(wrong));
         QCOMPARE(drive.frames[0].id, 0x88u | CAN_ERR_FLAG);
         QCOMPARE(drive.endUs, int64_t{3'000'000});
-        wrong = parse("at 0 board without watchdog\nat 0 pace 0.5 to 2\n(1.0) can0 123#", &drive);
-        QVERIFY(wrong.isEmpty() && !drive.hasWatchdog);
+        wrong = parse("at 0 board without watchdog\nat 0 board with service\n"
+                      "at 0 pace 0.5 to 2\n(1.0) can0 123#",
+                      &drive);
+        QVERIFY(wrong.isEmpty() && !drive.hasWatchdog && drive.hasService);
         QCOMPARE(drive.slowest, 0.5);
         QCOMPARE(drive.fastest, 2.0);
     }
