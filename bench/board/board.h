@@ -331,6 +331,7 @@ private:
     void restartController(const QString &how)
     {
         Q_EMIT happened({Fact::Kind::Controller, {}, "ended " + how});
+        run(QString(places::kPictureScript) + " 1"); // as ExecStopPost of the service
         QTimer::singleShot(kRestartMs, this, [this] {
             if (mPhase == Phase::Running)
                 mController.start(mSetup.controller);

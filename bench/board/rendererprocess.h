@@ -49,6 +49,9 @@ public:
         report(command);
     }
 
+    /// Keeps the link's semaphore and lock, and lets go of them.
+    void holdLink(bool on) { mProcess.write(on ? "hold\n" : "let go\n"); }
+
 Q_SIGNALS:
     void happened(const Fact &fact);
     void attached(); ///< the link with the controller works
@@ -62,8 +65,8 @@ private:
             const QStringList words = QString::fromLatin1(mProcess.readLine()).trimmed().split(' ');
             if (words[0] == "attached")
                 Q_EMIT attached();
-            else if (words[0] == "holding")
-                report("holding");
+            else if (words[0] == "holding" || words[0] == "free")
+                report(words[0]);
             else if (words[0] == "record" && words.size() == 3)
                 Q_EMIT happened({Fact::Kind::Record, words[1], words[2]});
         }

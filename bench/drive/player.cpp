@@ -214,6 +214,8 @@ private:
             return mBoard.renderer().start();
         case Verb::KillRenderer:
             return mBoard.renderer().kill();
+        case Verb::HoldLink:
+            return mBoard.renderer().holdLink(value == "holds");
         case Verb::SetRendererFlag:
             return mBoard.renderer().setFlag(statement.subject, isOn);
         case Verb::SetBus:

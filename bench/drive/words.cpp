@@ -49,6 +49,8 @@ const Row kRows[] = {
     {Verb::StartRenderer, kNoKind, "renderer start",
      "starts the renderer, which runs from power-on unless this is a drive's first word to it"},
     {Verb::KillRenderer, kNoKind, "renderer kill", "kills it (SIGKILL)"},
+    {Verb::HoldLink, kNoKind, "renderer holds|lets-go",
+     "it keeps the link's semaphore and lock, as one that is stopped within an exchange does"},
     {Verb::SetRendererFlag, kNoKind, "renderer heartbeat|turn-switch|initialised|slog on|off",
      "what it tells the controller, which looks once a second or when its record changes"},
     {Verb::SetBus, kNoKind, "bus up|down", "the CAN interface; while it is down frames are lost"},
@@ -69,7 +71,8 @@ const Row kRows[] = {
      "a shell command on the board, beside the controller; the drive fails if it does"},
     {Verb::OmitWatchdog, kNoKind, "board without watchdog", "only at 0"},
     {Verb::RestartController, kNoKind, "board with service",
-     "only at 0: a controller that ends is started again a second later"},
+     "only at 0: the path is routed for PVM when a controller ends, and it is started again a "
+     "second later"},
     {Verb::Pace, kNoKind, "pace LOW to HIGH", "only at 0: the drive holds at --speed LOW to HIGH"},
     {Verb::End, kNoKind, "end", "the drive goes on until here; a vehicle of words sends no longer"},
     {Verb::ExpectState, Kind::Picture, "expect picture PVM|DA [within SECONDS | for SECONDS]",

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 
 // Stands for the process that draws the panoramic view: the renderer's end of the link. Lines
-// "FLAG on|off" and "hold" on standard input tell it what to say, until the input's end; on
+// "FLAG on|off", "hold" and "let go" on standard input tell it what to say, until the input's end; on
 // standard output it tells what it has received.
 
 #include "bench/board/places.h"
@@ -17,6 +17,7 @@
 
 #include <cstdio>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -64,9 +65,7 @@ class LinkProbe
 public:
     ~LinkProbe()
     {
-        // The link's thread may be waiting for it, and is waited for next.
-        if (mIsHolding)
-            mSemaphore.release();
+        letGo(); // the link's thread may be waiting for it, and is waited for next
     }
 
     /// One step; call it every few ten milliseconds until it gives true.
@@ -89,6 +88,11 @@ public:
         if (!mIsHolding)
             mIsHolding = attach() && mSemaphore.acquire() && mSegment.lock();
         return mIsHolding;
+    }
+
+    bool letGo()
+    {
+        return std::exchange(mIsHolding, false) && mSegment.unlock() && mSemaphore.release();
     }
 
 private:
@@ -173,6 +177,8 @@ private:
         const QList<QByteArray> words = line.split(' ');
         if (words.first() == "hold")
             print(mProbe.hold() ? "holding" : "cannot hold");
+        else if (words.first() == "let")
+            print(mProbe.letGo() ? "free" : "holds nothing");
         else if (words.size() == 2)
             setFlag(words[0], words[1] == "on");
     }
