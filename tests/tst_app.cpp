@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 
+#include "bench/soak/decisionmodel.h"
 #include "devicedata/devicedatasmanager.h"
 #include "tests/seam/effects.h"
 #include "tests/seam/fakecan.h"
@@ -7,136 +8,6 @@
 
 #include <QRandomGenerator>
 #include <QtTest>
-
-// A second telling of the picture decision, played against the controller with the same random
-// events. It is written from docs/picture-decision.md, not from the controller.
-struct Model
-{
-    // as decoded
-    int gear = -1;
-    int light = -1;
-    int speed = -1;
-    // as the renderer gets them
-    int sentGear = 0;
-    int sentLight = 0;
-    int sentSpeed = 0;
-    // what else is remembered
-    bool shown = true; ///< PVM
-    bool shownBeforeTurn = false;
-    bool allowed = false;
-    bool speedRule = true;
-    bool waiting = false; ///< 100 ms since R was left
-    bool waited = false;
-    QStringList asked;
-
-    bool turning() const { return light == 1 || light == 2; }
-    bool held() const { return gear == 2 || (allowed && turning()); }
-    bool tooFast() const { return sentSpeed > 16 && speedRule; }
-
-    void show(bool isPVM)
-    {
-        asked << (isPVM ? "picture 1" : "picture 0");
-        shown = isPVM;
-    }
-
-    void toDA()
-    {
-        if (!held())
-            show(false);
-    }
-
-    void turnBegins()
-    {
-        shownBeforeTurn = shown;
-        show(true);
-    }
-
-    void onLight(int value)
-    {
-        const bool wasTurning = sentLight == 1 || sentLight == 2;
-        sentLight = light = value;
-        if (allowed && turning() && !wasTurning)
-            turnBegins();
-        else if (allowed && !turning() && wasTurning && (!shownBeforeTurn || tooFast()))
-            toDA();
-    }
-
-    void onAllowed(bool value)
-    {
-        allowed = value;
-        if (allowed && turning())
-            turnBegins();
-    }
-
-    void onSpeed(int value)
-    {
-        const bool crossed = sentSpeed <= 15 && value > 15;
-        speed = value;
-        if (crossed && shown && speedRule)
-            toDA();
-        sentSpeed = value;
-    }
-
-    void onGear()
-    {
-        if (sentGear == 2 && gear != 2) {
-            if (!waited && !waiting) {
-                waiting = true;
-                return;
-            }
-            if (waited)
-                leaveR();
-        } else if (sentGear != 2 && gear == 2) {
-            show(true);
-        } else if (sentGear != 1 && (gear == 1 || sentGear == 0)) {
-            toDA();
-        }
-        sentGear = gear;
-    }
-
-    void leaveR()
-    {
-        waited = false;
-        if (gear == 1 || tooFast())
-            toDA();
-        speedRule = speedRule || gear == 4;
-    }
-
-    void onClick()
-    {
-        if (held())
-            return;
-        if (shown)
-            speedRule = true;
-        else if (sentGear == 4)
-            speedRule = sentSpeed == 0;
-        show(!shown);
-    }
-
-    /// False for an event that the decoder or the link would not report.
-    bool take(const QString &what, int value)
-    {
-        if (what == "gear" && value != gear) {
-            gear = value;
-            onGear();
-        } else if (what == "light" && value != light) {
-            onLight(value);
-        } else if (what == "speed" && value != speed) {
-            onSpeed(value);
-        } else if (what == "allow" && (value == 1) != allowed) {
-            onAllowed(value == 1);
-        } else if (what == "fire" && waiting) {
-            waiting = false;
-            waited = true;
-            onGear();
-        } else if (what == "board") {
-            onClick();
-        } else {
-            return false;
-        }
-        return true;
-    }
-};
 
 class TestApp : public QObject
 {
@@ -188,7 +59,7 @@ static int playLife(QRandomGenerator &random, const QString &name)
     Vehicle vehicle;
     stories::Verbs verbs = vehicle.verbs();
     verbs["fire"] = [](stories::Args w) { effects::fire(w.number()); };
-    Model model;
+    DecisionModel model;
     QStringList story{name};
     for (int i = 0; i < 250; ++i) {
         const auto event = randomEvent(random);

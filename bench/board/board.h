@@ -157,13 +157,13 @@ Q_SIGNALS:
     void happened(const Fact &fact);
     void ready();                            ///< can0 is up and connected, the renderer attached
     void startFailed(const QString &reason); ///< one line
-    /// The controller died, has not read the bus or given a sign of life for 5 s, or rebooted before
-    /// all was put away; or a command of run().
+    /// The controller died, has not read the bus or given a sign of life for 5 s, or rebooted
+    /// before all was put away; or a command of run().
     void failed(const QString &reason);
 
 private:
     static constexpr int kStartTimeoutMs = 30000; // a debugger may need them
-    static constexpr int kRestartMs = 1000; // as RestartSec of the service
+    static constexpr int kRestartMs = 1000;       // as RestartSec of the service
     static constexpr int kStallCheckPeriodMs = 500;
     static constexpr int kStallChecks = 10; // in a row: 5 s
 
@@ -257,7 +257,7 @@ private:
     {
         if (!mIsPowerReleased)
             Q_EMIT failed(QStringLiteral("reboot without sync and then keep-power (%1) = 0")
-                                      .arg(boardlines::kKeepPower));
+                              .arg(boardlines::kKeepPower));
         powerOff("reboot");
     }
 

@@ -34,8 +34,8 @@ int gInside = -1;                // the socket to the inner process, for the sig
 QStringList rootArguments()
 {
     const QString fixed = "--unshare-ipc --unshare-pid --unshare-uts --ro-bind /usr /usr "
-                          "--proc /proc --dev /dev --tmpfs /tmp --tmpfs /run --tmpfs /sys "
-                          "--tmpfs /etc --chdir /";
+                          "--proc /proc --dev /dev --size 16777216 --tmpfs /tmp --tmpfs /run "
+                          "--tmpfs /sys --tmpfs /etc --chdir /";
     QStringList arguments = fixed.split(' ');
     for (const char *folder : {"/bin", "/lib", "/lib64", "/sbin"}) {
         const QFileInfo info(folder);

@@ -25,7 +25,7 @@ struct Drive
     bool rendererFromStart = true;     ///< false if the drive's first word to it is `start`
     bool hasWatchdog = true;
     bool hasService = false; ///< the controller is started again when it ends
-    double slowest = 0.01; ///< drive seconds per real second at which it holds
+    double slowest = 0.01;   ///< drive seconds per real second at which it holds
     double fastest = 100;
     QStringList remarks; ///< what a reader of the log should know before it is played
 

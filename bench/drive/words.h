@@ -21,7 +21,7 @@ enum class Verb {
     // The board.
     StartRenderer,
     KillRenderer,
-    HoldLink, ///< value: "holds" or "lets-go"
+    HoldLink,        ///< value: "holds" or "lets-go"
     SetRendererFlag, ///< subject: flag, value: "on" or "off"
     SetBus,
     PressSwitch,

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 
 // Stands for the process that draws the panoramic view: the renderer's end of the link. Lines
-// "FLAG on|off", "hold" and "let go" on standard input tell it what to say, until the input's end; on
-// standard output it tells what it has received.
+// "FLAG on|off", "hold" and "let go" on standard input tell it what to say, until the input's end;
+// on standard output it tells what it has received.
 
 #include "bench/board/places.h"
 #include "devicedata/devicedatasmanager.h"
