@@ -22,10 +22,12 @@ struct DecisionModel
     bool shown = true; ///< PVM
     bool shownBeforeTurn = false;
     bool allowed = false;
+    bool untold = false; ///< the renderer has changed that, and its signal is still to come
     bool speedRule = true;
     bool waiting = false; ///< 100 ms since R was left
     bool waited = false;
-    QStringList asked;
+    QStringList asked;    ///< pictures, "picture 0" or "picture 1"; whoever reads them clears it
+    bool refused = false; ///< the last event asked for DA in vain
 
     bool turning() const { return light == 1 || light == 2; }
     bool held() const { return gear == 2 || (allowed && turning()); }
@@ -39,7 +41,8 @@ struct DecisionModel
 
     void toDA()
     {
-        if (!held())
+        refused = held();
+        if (!refused)
             show(false);
     }
 
@@ -59,9 +62,9 @@ struct DecisionModel
             toDA();
     }
 
-    void onAllowed(bool value)
+    void onTold()
     {
-        allowed = value;
+        untold = false;
         if (allowed && turning())
             turnBegins();
     }
@@ -114,6 +117,7 @@ struct DecisionModel
     /// False for an event that the decoder or the link would not report.
     bool take(const QString &what, int value)
     {
+        refused = false;
         if (what == "gear" && value != gear) {
             gear = value;
             onGear();
@@ -121,8 +125,14 @@ struct DecisionModel
             onLight(value);
         } else if (what == "speed" && value != speed) {
             onSpeed(value);
+        } else if (what == "flag" && (value == 1) != allowed) {
+            allowed = value == 1;
+            untold = true;
+        } else if (what == "told" && untold) {
+            onTold();
         } else if (what == "allow" && (value == 1) != allowed) {
-            onAllowed(value == 1);
+            allowed = value == 1;
+            onTold();
         } else if (what == "fire" && waiting) {
             waiting = false;
             waited = true;
