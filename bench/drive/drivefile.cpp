@@ -16,6 +16,7 @@
 namespace {
 
 constexpr int kLongestLine = 4096;
+constexpr int64_t kLongestUs = 24 * 3600 * int64_t{1'000'000}; ///< some GB of frames
 constexpr int kChannelsNamed = 8;          ///< in the message about a missing channel
 constexpr uint64_t kGapsTold = 8;          ///< the first few
 constexpr int64_t kLongGapUs = 60'000'000; ///< worth telling
@@ -144,6 +145,8 @@ private:
         if (!mDrive->statements.empty() && statement.atUs < mDrive->statements.back().atUs)
             return "time runs backwards";
         QString fault = parseWords(line.mid(start.capturedEnd()), &statement);
+        if (std::max({statement.atUs, statement.spanUs, statement.limitUs}) > kLongestUs)
+            return "a drive lasts a day at most";
         if (fault.isEmpty())
             fault = noteStatement(statement);
         mDrive->statements.push_back(statement);

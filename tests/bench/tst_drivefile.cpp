@@ -89,6 +89,8 @@ private Q_SLOTS:
             {"at 0 expect power off by fire", "'fire' is not allowed after 'by'"},
             {"at 1 board without watchdog", "this is for the whole drive and stands at 0"},
             {"at 0 pace 2 to 1", "LOW is above HIGH"},
+            {"at 86401 gear R", "a drive lasts a day at most"},
+            {"at 1 speed 5 over 86401", "a drive lasts a day at most"},
             {"at 1 board with service", "this is for the whole drive and stands at 0"},
             {"at 1 pace 1 to 2", "this is for the whole drive and stands at 0"},
             {"at 0 expect watchdog unfed for 1\nat 0 board without watchdog",
