@@ -104,34 +104,34 @@ void CanTest::onProcesscan0receivedframes()
 
 void CanTest::decodeFrame(const QCanBusFrame &frame)
 {
-    const QByteArray payload = frame.payload();
+    // The payload is copied for the few identifiers that are known, not for the whole bus.
     switch (frame.frameId()) {
     case 0x413:
-        decodeLightStatus(payload);
+        decodeLightStatus(frame.payload());
         break;
     case 0x3E0:
-        decodeKeyStatus(payload);
+        decodeKeyStatus(frame.payload());
         break;
     case 0x681AA02:
-        decodeSpeed(payload);
+        decodeSpeed(frame.payload());
         break;
     case 0x4812501:
-        decodeAngle(payload);
+        decodeAngle(frame.payload());
         break;
     case 0x1004501:
-        decodeGear1004501(payload);
+        decodeGear1004501(frame.payload());
         break;
     case 0x1004001:
-        decodeGear1004001(payload);
+        decodeGear1004001(frame.payload());
         break;
     case 0x3E5:
-        decodeRadar3E5(payload);
+        decodeRadar3E5(frame.payload());
         break;
     case 0x3E6:
-        decodeRadar3E6(payload);
+        decodeRadar3E6(frame.payload());
         break;
     case 0x371:
-        decodeDateTime(payload, frame);
+        decodeDateTime(frame.payload(), frame);
         break;
     default:
         break;
