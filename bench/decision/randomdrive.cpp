@@ -3,7 +3,7 @@
 // Writes a drive of random but legal events with faults among them, and after each what the model
 // of the decision says must have come of it. Usage: pvm-random-drive SEED SECONDS
 
-#include "bench/soak/decisionmodel.h"
+#include "bench/decision/decisionmodel.h"
 
 #include <QMap>
 #include <QTextStream>
