@@ -51,6 +51,8 @@ public:
         connect(&mController, &ControllerProcess::happened, this, &Board::happened);
         connect(&mController, &ControllerProcess::ended, this, &Board::handleControllerEnded);
         connect(&mRenderer, &RendererProcess::happened, this, &Board::happened);
+        connect(&mRenderer, &RendererProcess::lost, this,
+                [this] { loseProcess("the renderer stand-in ended by itself"); });
         connect(&mRenderer, &RendererProcess::attached, this, [this] {
             mIsRendererAttached = true;
             checkReady();
@@ -141,7 +143,7 @@ Q_SIGNALS:
     void ready();                            ///< can0 is up and connected, the renderer attached
     void startFailed(const QString &reason); ///< one line
     /// Died, has not read the bus or given a sign of life for 5 s, or rebooted before all was put
-    /// away.
+    /// away; or the bench has lost its renderer.
     void controllerLost(const QString &reason);
 
 private:
@@ -302,10 +304,15 @@ private:
     {
         drain();
         mBus->disconnectDevice();
+        loseProcess("the controller ended " + how);
+    }
+
+    void loseProcess(const QString &how)
+    {
         if (mPhase == Phase::Starting)
-            failStart("the controller ended " + how);
+            failStart(how);
         else if (mPhase == Phase::Running)
-            lose("the controller ended " + how);
+            lose(how);
     }
 
     void lose(const QString &reason)
