@@ -120,9 +120,16 @@ static void sweep(CanTest &can, Args w)
                          .arg(it.value().mid(0, 4).join(' ')));
 }
 
-void TestCan::frames()
+static std::unique_ptr<CanTest> makeDecoder()
 {
     auto can = std::make_unique<CanTest>(nullptr);
+    can->mCanInterface->setParent(can.get()); // it lives no longer than its test
+    return can;
+}
+
+void TestCan::frames()
+{
+    auto can = makeDecoder();
     connect(can.get(), &CanTest::canTestDataChangedSignal,
             [&can](unsigned char id) { effects::add(signalText(*can, id)); });
     QVERIFY(effects::take().contains("system ip link set up can0 type can bitrate 500000 "
@@ -145,7 +152,7 @@ void TestCan::frames()
                    {"without-device",
                     [&](Args) {
                         fakecan::isCreateFailing = true;
-                        can = std::make_unique<CanTest>(nullptr);
+                        can = makeDecoder();
                         can->onProcesscan0receivedframes();
                         effects::take();
                     }},

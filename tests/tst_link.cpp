@@ -48,6 +48,9 @@ void __wrap__ZN16QSystemSemaphoreC1ERK7QStringiNS_10AccessModeE(QSystemSemaphore
                                                                 const QString &key, int count,
                                                                 int mode)
 {
+    // A link leaves its semaphore to the renderer: as long as these are known, none is lost.
+    static auto *s_all = new QList<QSystemSemaphore *>;
+    s_all->append(semaphore);
     tellLock(QStringLiteral("semaphore %1 %2 mode %3").arg(key).arg(count).arg(mode));
     __real__ZN16QSystemSemaphoreC1ERK7QStringiNS_10AccessModeE(semaphore, key, count, mode);
 }

@@ -52,6 +52,8 @@ public:
         connect(&mController, &ControllerProcess::happened, this, &Board::happened);
         connect(&mController, &ControllerProcess::ended, this, &Board::handleControllerEnded);
         connect(&mRenderer, &RendererProcess::happened, this, &Board::happened);
+        connect(&mRenderer, &RendererProcess::lost, this,
+                [this] { loseProcess("the renderer stand-in ended by itself"); });
         connect(&mRenderer, &RendererProcess::attached, this, [this] {
             mIsRendererAttached = true;
             checkReady();
@@ -158,7 +160,7 @@ Q_SIGNALS:
     void ready();                            ///< can0 is up and connected, the renderer attached
     void startFailed(const QString &reason); ///< one line
     /// The controller died, has not read the bus or given a sign of life for 5 s, or rebooted
-    /// before all was put away; or a command of run().
+    /// before all was put away; the bench has lost its renderer; or a command of run() failed.
     void failed(const QString &reason);
 
 private:
@@ -320,12 +322,18 @@ private:
     {
         drain();
         mBus->disconnectDevice();
-        if (mPhase == Phase::Starting)
-            failStart("the controller ended " + how);
-        else if (mPhase == Phase::Running && mSetup.hasService)
+        if (mPhase == Phase::Running && mSetup.hasService)
             restartController(how);
+        else
+            loseProcess("the controller ended " + how);
+    }
+
+    void loseProcess(const QString &how)
+    {
+        if (mPhase == Phase::Starting)
+            failStart(how);
         else if (mPhase == Phase::Running)
-            lose("the controller ended " + how);
+            lose(how);
     }
 
     void restartController(const QString &how)

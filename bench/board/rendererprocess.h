@@ -18,8 +18,11 @@ public:
         mProcess.setProgram(QString(places::kBench) + "/pvm-bench-renderer");
         mProcess.setStandardErrorFile(QProcess::nullDevice());
         connect(&mProcess, &QProcess::readyReadStandardOutput, this, &RendererProcess::readLines);
-        connect(&mProcess, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
-                [this] { report("ended"); });
+        connect(&mProcess, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this, [this] {
+            report("ended");
+            if (!mIsKilled)
+                Q_EMIT lost();
+        });
     }
     ~RendererProcess() override { kill(); }
 
@@ -28,6 +31,7 @@ public:
     {
         if (isRunning())
             return;
+        mIsKilled = false;
         mProcess.start();
         report("started");
     }
@@ -35,6 +39,7 @@ public:
     /// SIGKILL; its end is told before it returns.
     void kill()
     {
+        mIsKilled = true;
         mProcess.kill();
         mProcess.waitForFinished();
     }
@@ -55,6 +60,7 @@ public:
 Q_SIGNALS:
     void happened(const Fact &fact);
     void attached(); ///< the link with the controller works
+    void lost();     ///< it has ended by itself: a fault of the bench, not of the board
 
 private:
     void report(const QString &what) { Q_EMIT happened({Fact::Kind::Renderer, {}, what}); }
@@ -73,4 +79,5 @@ private:
     }
 
     QProcess mProcess;
+    bool mIsKilled = false;
 };

@@ -14,11 +14,15 @@ bool isInterfacePresent = true;
 bool isCreateFailing = false;
 FakeCanDevice *device = nullptr;
 
+static QObject *gDevices = nullptr; // their parent: who asks for one does not delete it
+
 void reset()
 {
     isPluginPresent = true;
     isInterfacePresent = true;
     isCreateFailing = false;
+    delete gDevices;
+    gDevices = new QObject;
     device = nullptr;
 }
 
@@ -100,6 +104,7 @@ QCanBusDevice *__wrap__ZNK7QCanBus12createDeviceERK7QStringS2_PS0_(const QCanBus
         return nullptr;
     }
     fakecan::device = new FakeCanDevice;
+    fakecan::device->setParent(fakecan::gDevices);
     QObject::connect(fakecan::device, &QObject::destroyed, [] { fakecan::device = nullptr; });
     return fakecan::device;
 }

@@ -2,6 +2,7 @@
 
 #include "tests/seam/vehicle.h"
 
+#include "can/caninterface.h"
 #include "devicedata/devicedatasmanager.h"
 #include "devicedata/sharedmemorycontrol.h"
 #include "tests/seam/effects.h"
@@ -25,9 +26,19 @@ void tellRecord()
 
 } // namespace
 
+// The name is the linker's.
+static SerdesControl *gBoard = nullptr;
+extern "C" void __real__ZN13SerdesControlC1EP7QObject(SerdesControl *, QObject *);
+extern "C" void __wrap__ZN13SerdesControlC1EP7QObject(SerdesControl *board, QObject *parent)
+{
+    gBoard = board;
+    __real__ZN13SerdesControlC1EP7QObject(board, parent);
+}
+
 Vehicle::Vehicle()
 {
     controller = std::make_unique<PvmMain>(nullptr);
+    board = gBoard;
     // The record is the process's own: as fresh, and announced.
     const auto manager = DeviceDatasManager::self();
     manager->blockSignals(true);
@@ -41,6 +52,7 @@ Vehicle::Vehicle()
     manager->on_delayTimerOut();
     manager->blockSignals(false);
     can = controller->findChild<CanTest *>();
+    can->mCanInterface->setParent(can);
     QObject::connect(controller.get(), &PvmMain::switchVideoSignal,
                      [](int request) { effects::add(QStringLiteral("picture %1").arg(request)); });
 }
@@ -49,6 +61,7 @@ Vehicle::~Vehicle()
 {
     controller.reset();
     delete gFakeLink;
+    delete board;
 }
 
 stories::Verbs Vehicle::verbs()

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "app/pvmmain.h"
+#include "board/serdescontrol.h"
 #include "can/cantest.h"
 #include "tests/seam/stories.h"
 
@@ -21,4 +22,5 @@ public:
 
     std::unique_ptr<PvmMain> controller;
     CanTest *can;
+    SerdesControl *board; ///< that the controller has made
 };
