@@ -29,7 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
     Drive drive;
     const QString fault = readDrive(file, "drive", "can0", &drive);
     close(file);
-    check(!fault.isEmpty() || !drive.frames.empty(), "a drive with nothing to play");
+    check(!fault.isEmpty() || !drive.frames.empty() || !drive.statements.empty(),
+          "a drive with nothing to play");
     int64_t before = 0;
     for (const BusFrame &frame : drive.frames) {
         check(!fault.isEmpty() || drive.timeOf(frame) >= before, "frames out of order");

@@ -38,9 +38,9 @@ std::vector<int> key(const DecisionModel &m)
 struct Surprise
 {
     const char *name;
+    bool (*is)(const DecisionModel &model);
     bool hasClicks; ///< the driver may have used the switch
     bool isOfStep;  ///< seen in a step, not in the state behind it
-    bool (*is)(const DecisionModel &model);
     int count = 0;
     std::vector<int> path = {};
 };
@@ -51,18 +51,19 @@ bool isPVMForNothing(const DecisionModel &m)
 }
 
 Surprise gSurprises[] = {
-    {"R without the rear view", true, false,
-     [](const DecisionModel &m) { return m.gear == 2 && !m.shown; }},
-    {"PVM above the limit", false, false,
-     [](const DecisionModel &m) { return isPVMForNothing(m) && m.speed > 16; }},
-    {"PVM at 16", false, false,
-     [](const DecisionModel &m) { return isPVMForNothing(m) && m.speed == 16; }},
-    {"PVM left on in P", false, false,
-     [](const DecisionModel &m) { return isPVMForNothing(m) && m.gear == 1; }},
-    {"an allowed turn light without PVM", true, false,
-     [](const DecisionModel &m) { return m.allowed && !m.untold && m.turning() && !m.shown; }},
-    {"DA refused, and nothing asks again", false, true,
-     [](const DecisionModel &m) { return m.refused; }},
+    {"R without the rear view", [](const DecisionModel &m) { return m.gear == 2 && !m.shown; },
+     true, false},
+    {"PVM above the limit",
+     [](const DecisionModel &m) { return isPVMForNothing(m) && m.speed > 16; }, false, false},
+    {"PVM at 16", [](const DecisionModel &m) { return isPVMForNothing(m) && m.speed == 16; }, false,
+     false},
+    {"PVM left on in P", [](const DecisionModel &m) { return isPVMForNothing(m) && m.gear == 1; },
+     false, false},
+    {"an allowed turn light without PVM",
+     [](const DecisionModel &m) { return m.allowed && !m.untold && m.turning() && !m.shown; }, true,
+     false},
+    {"DA refused, and nothing asks again", [](const DecisionModel &m) { return m.refused; }, false,
+     true},
 };
 
 void noteSurprises(const State &from, size_t event, const DecisionModel &next, bool isNewState,

@@ -16,7 +16,7 @@
 namespace {
 
 constexpr int kLongestLine = 4096;
-constexpr int64_t kLongestUs = 24 * 3600 * int64_t{1'000'000}; ///< some GB of frames
+constexpr int64_t kLongestUs = int64_t{86400} * 1'000'000; ///< some GB of frames
 constexpr int kChannelsNamed = 8;          ///< in the message about a missing channel
 constexpr uint64_t kGapsTold = 8;          ///< the first few
 constexpr int64_t kLongGapUs = 60'000'000; ///< worth telling
