@@ -77,13 +77,13 @@ private:
             if (!mCommands.contains(command))
                 say("expect no command \"" + command + '"');
         for (const QString &command : mCommands)
-            say("expect command \"" + command + "\" within 2");
+            say("expect command \"" + command + "\" within 5");
         mCommands.clear();
         say("expect no command");
-        say("expect picture " + mPicture + " within 2");
+        say("expect picture " + mPicture + " within 5");
         for (auto field = mRecord.cbegin(); field != mRecord.cend(); ++field)
-            say("expect record " + field.key() + ' ' + field.value() + " within 2");
-        say("expect watchdog fed within 2");
+            say("expect record " + field.key() + ' ' + field.value() + " within 5");
+        say("expect watchdog fed within 3");
     }
 
     void begin()
