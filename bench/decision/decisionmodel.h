@@ -22,7 +22,7 @@ struct DecisionModel
     bool shown = true; ///< PVM
     bool shownBeforeTurn = false;
     bool allowed = false;
-    bool untold = false; ///< the renderer has changed that, and its signal is still to come
+    int untold = 0; ///< signals of its changes that are still to come, up to two
     bool speedRule = true;
     bool waiting = false; ///< 100 ms since R was left
     bool waited = false;
@@ -64,7 +64,7 @@ struct DecisionModel
 
     void onTold()
     {
-        untold = false;
+        untold -= untold > 0;
         if (allowed && turning())
             turnBegins();
     }
@@ -125,10 +125,10 @@ struct DecisionModel
             onLight(value);
         } else if (what == "speed" && value != speed) {
             onSpeed(value);
-        } else if (what == "flag" && (value == 1) != allowed) {
+        } else if (what == "flag" && (value == 1) != allowed && untold < 2) {
             allowed = value == 1;
-            untold = true;
-        } else if (what == "told" && untold) {
+            ++untold;
+        } else if (what == "told" && untold > 0) {
             onTold();
         } else if (what == "allow" && (value == 1) != allowed) {
             allowed = value == 1;
