@@ -64,7 +64,6 @@ struct DecisionModel
 
     void onTold()
     {
-        untold -= untold > 0;
         if (allowed && turning())
             turnBegins();
     }
@@ -129,6 +128,7 @@ struct DecisionModel
             allowed = value == 1;
             ++untold;
         } else if (what == "told" && untold > 0) {
+            --untold;
             onTold();
         } else if (what == "allow" && (value == 1) != allowed) {
             allowed = value == 1;
