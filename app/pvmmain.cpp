@@ -6,6 +6,7 @@
 #include "board/watchdogcontrol.h"
 #include "can/cantest.h"
 #include "common/runcommand.h"
+#include "devicedata/devicedatashare.h"
 #include "devicedata/devicedatasmanager.h"
 #include "devicedata/sharedmemorycontrol.h"
 
@@ -40,7 +41,7 @@ int scaledAngle(int words)
 
 bool isTurnLight(int lightStatus)
 {
-    return lightStatus == kLightLeft || lightStatus == kLightRight;
+    return lightStatus == DeviceData::kLightLeft || lightStatus == DeviceData::kLightRight;
 }
 
 void logChange(const char *title, int &old, int value)
@@ -184,9 +185,9 @@ void PvmMain::handleKeyStatus(const DeviceData &record)
 
     const int key = mCanTest->mKeyStatus;
     logChange("==== CAN SIG KEY_STATUS ", s_old_key_status, key);
-    if (record.keyStatus == kIgnitionOn && key != kIgnitionOn)
+    if (record.keyStatus == DeviceData::kIgnitionOn && key != DeviceData::kIgnitionOn)
         qDebug() << "==== IGN off ====";
-    else if (record.keyStatus != kIgnitionOn && key == kIgnitionOn)
+    else if (record.keyStatus != DeviceData::kIgnitionOn && key == DeviceData::kIgnitionOn)
         qDebug() << "==== IGN On ====";
     DeviceDatasManager::self()->setKeyStaus(static_cast<char>(key));
 }
@@ -260,26 +261,27 @@ bool PvmMain::handleGear(const DeviceData &record)
     const int gear = mCanTest->mGearStatus;
     const char recordGear = record.gear;
     logChange("==== CAN SIG GEAR ", s_old_gear_status, gear);
-    if (recordGear == kGearR && gear == kGearR) {
+    if (recordGear == DeviceData::kGearR && gear == DeviceData::kGearR) {
         // Back in R within the delay: what is on screen stays.
-    } else if (recordGear == kGearR && !mDelayQuitRvcDone) {
+    } else if (recordGear == DeviceData::kGearR && !mDelayQuitRvcDone) {
         if (!delayQuitRvcTimer.isActive()) {
             delayQuitRvcTimer.start(kQuitRvcDelayMs);
             qDebug() << "==== start delayQuitRvcTimer ====";
             // The record keeps R, so that the timer's repeat of this event finds it.
             return false;
         }
-    } else if (recordGear == kGearR) {
+    } else if (recordGear == DeviceData::kGearR) {
         quitRvc(gear);
-    } else if (gear == kGearR) {
+    } else if (gear == DeviceData::kGearR) {
         qDebug() << "==== enter RVC ====";
         toSwitchVideo(kToPVM);
-    } else if (recordGear == kGearP) {
+    } else if (recordGear == DeviceData::kGearP) {
         // Out of P the picture stays.
-    } else if (gear == kGearP) {
+    } else if (gear == DeviceData::kGearP) {
         qDebug() << "==== Enter P ====";
         toSwitchVideo(kToDA);
-    } else if (recordGear == kNoGear && (gear == kGearN || gear == kGearD)) {
+    } else if (recordGear == DeviceData::kNoGear &&
+               (gear == DeviceData::kGearN || gear == DeviceData::kGearD)) {
         qDebug() << "==== init to DA ====";
         toSwitchVideo(kToDA);
     }
@@ -291,7 +293,7 @@ void PvmMain::quitRvc(int gear)
 {
     qDebug() << "==== quit RVC ====";
     mDelayQuitRvcDone = false;
-    if (gear == kGearP) {
+    if (gear == DeviceData::kGearP) {
         qDebug() << "==== quit R Enter P ====";
         toSwitchVideo(kToDA);
     } else if (isNeedOutFromPVM()) {
@@ -299,7 +301,7 @@ void PvmMain::quitRvc(int gear)
                  << " speed " << mCurSpeed;
         toSwitchVideo(kToDA);
     }
-    if (gear == kGearD)
+    if (gear == DeviceData::kGearD)
         mSpeedQuitEnabled = true;
 }
 
@@ -321,7 +323,7 @@ void PvmMain::handleSwitchClick(const DeviceData &record)
         return;
     if (!mSerdesControl->getIsShowPVM()) {
         // Opened by hand while moving, PVM is meant: the speed does not take it away.
-        if (record.gear == kGearD)
+        if (record.gear == DeviceData::kGearD)
             mSpeedQuitEnabled = record.speed == 0;
         toSwitchVideo(kToPVM);
     } else {
@@ -356,7 +358,7 @@ bool PvmMain::isCanPVMSwitch() const
         return true;
     if (isTurnSwitchEnable() && isTurnLightsOn())
         return false;
-    return mCanTest->mGearStatus != kGearR;
+    return mCanTest->mGearStatus != DeviceData::kGearR;
 }
 
 bool PvmMain::isNeedOutFromPVM() const

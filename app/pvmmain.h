@@ -2,8 +2,6 @@
 
 #pragma once
 
-#include "devicedata/devicedatashare.h"
-
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -11,6 +9,7 @@
 class CanTest;
 class SerdesControl;
 class SharedMemoryControl;
+struct DeviceData;
 
 /**
  * The controller: turns vehicle signals, the renderer's flags and the board's events into the
@@ -25,7 +24,7 @@ class PvmMain : public QObject
     Q_OBJECT
 
 public:
-    explicit PvmMain(QObject *parent);
+    explicit PvmMain(QObject *parent = nullptr);
 
     /// Nothing is left to do after construction: the event loop brings everything else.
     void run();

@@ -2,6 +2,7 @@
 
 #include "board/GPIOSet.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -18,19 +19,22 @@ struct Text
     char chars[kTextSize];
 };
 
-// Path or number text. Numbers are signed in it: a value from 2^31 on comes out negative.
-Text formatted(const char *format, unsigned int number)
+// A path or a line. Numbers are signed in it: one from 2^31 on comes out negative.
+[[gnu::format(printf, 1, 2)]] Text formatted(const char *format, ...)
 {
     Text text;
-    snprintf(text.chars, sizeof text.chars, format, number);
+    va_list numbers;
+    va_start(numbers, format);
+    vsnprintf(text.chars, sizeof text.chars, format, numbers);
+    va_end(numbers);
     return text;
 }
 
 // Standard output is fully buffered in a pipe; a line that waits there would come out of order
 // with the log, or not at all.
-void report(const char *format, unsigned int number)
+void report(const Text &lines)
 {
-    printf(format, number);
+    printf("%s", lines.chars);
     fflush(stdout);
 }
 
@@ -64,14 +68,6 @@ const char *levelWord(bool level)
     return level ? "1" : "0";
 }
 
-int openNumbered(const char *pathFormat, unsigned int number, const char *failure)
-{
-    const int fd = open(formatted(pathFormat, number).chars, O_WRONLY);
-    if (fd < 0)
-        report(failure, number);
-    return fd;
-}
-
 int openNamed(const char *path, int flags, const char *failure)
 {
     const int fd = open(path, flags);
@@ -80,23 +76,28 @@ int openNamed(const char *path, int flags, const char *failure)
     return fd;
 }
 
-int setNumberedWord(const char *pathFormat, unsigned int number, const char *word,
-                    const char *failure)
+int failed(const Text &lines)
 {
-    const int fd = openNumbered(pathFormat, number, failure);
+    report(lines);
+    return -1;
+}
+
+// These two return 0, or -1 when the file cannot be opened.
+int setWord(const Text &path, const char *word)
+{
+    const int fd = open(path.chars, O_WRONLY);
     if (fd < 0)
-        return fd;
+        return -1;
     writeWordAndClose(fd, word);
     return 0;
 }
 
-int writeExport(const char *path, unsigned int gpio, const char *success, const char *failure)
+int setNumber(const Text &path, unsigned int number)
 {
-    const int fd = openNumbered(path, gpio, failure);
+    const int fd = open(path.chars, O_WRONLY);
     if (fd < 0)
-        return fd;
-    writeNumberAndClose(fd, gpio);
-    report(success, gpio);
+        return -1;
+    writeNumberAndClose(fd, number);
     return 0;
 }
 
@@ -104,29 +105,33 @@ int writeExport(const char *path, unsigned int gpio, const char *success, const 
 
 int gpio_export(unsigned int gpio)
 {
-    return writeExport("/sys/class/gpio/export", gpio, "\nSucessfully export GPIO-%d\n",
-                       "\nFailed export GPIO-%d\n");
+    if (setNumber(formatted("/sys/class/gpio/export"), gpio) != 0)
+        return failed(formatted("\nFailed export GPIO-%d\n", gpio));
+    report(formatted("\nSucessfully export GPIO-%d\n", gpio));
+    return 0;
 }
 
 int gpio_unexport(unsigned int gpio)
 {
-    return writeExport("/sys/class/gpio/unexport", gpio, "\nSucessfully unexport GPIO-%d\n",
-                       "\nFailed unexport GPIO-%d\n");
+    if (setNumber(formatted("/sys/class/gpio/unexport"), gpio) != 0)
+        return failed(formatted("\nFailed unexport GPIO-%d\n", gpio));
+    report(formatted("\nSucessfully unexport GPIO-%d\n", gpio));
+    return 0;
 }
 
 int gpio_set_dir(unsigned int gpio, const char *dir)
 {
-    const int result = setNumberedWord("/sys/class/gpio/gpio%d/direction", gpio, dir,
-                                       "\nFailed set GPIO-%d direction\n");
-    if (result == 0)
-        report("\nSucessfully set GPIO-%d direction\n", gpio);
-    return result;
+    if (setWord(formatted("/sys/class/gpio/gpio%d/direction", gpio), dir) != 0)
+        return failed(formatted("\nFailed set GPIO-%d direction\n", gpio));
+    report(formatted("\nSucessfully set GPIO-%d direction\n", gpio));
+    return 0;
 }
 
 int gpio_set_value(unsigned int gpio, bool value)
 {
-    return setNumberedWord("/sys/class/gpio/gpio%d/value", gpio, levelWord(value),
-                           "\nFailed set GPIO-%d value\n");
+    if (setWord(formatted("/sys/class/gpio/gpio%d/value", gpio), levelWord(value)) != 0)
+        return failed(formatted("\nFailed set GPIO-%d value\n", gpio));
+    return 0;
 }
 
 int gpio_get_value(unsigned int gpio, bool *value)
@@ -136,18 +141,17 @@ int gpio_get_value(unsigned int gpio, bool *value)
     const bool delivered = fd >= 0 && read(fd, &level, 1) == 1;
     if (fd >= 0)
         close(fd);
-    if (!delivered) {
-        report("\nFailed get GPIO-%d value\n", gpio);
-        return -1;
-    }
+    if (!delivered)
+        return failed(formatted("\nFailed get GPIO-%d value\n", gpio));
     *value = level != '0';
     return 0;
 }
 
 int gpio_set_edge(unsigned int gpio, const char *edge)
 {
-    return setNumberedWord("/sys/class/gpio/gpio%d/edge", gpio, edge,
-                           "\nFailed set GPIO-%d edge\n");
+    if (setWord(formatted("/sys/class/gpio/gpio%d/edge", gpio), edge) != 0)
+        return failed(formatted("\nFailed set GPIO-%d edge\n", gpio));
+    return 0;
 }
 
 int gpio_fd_open(unsigned int gpio, unsigned int flags)
@@ -166,29 +170,22 @@ int gpio_fd_close(int fd)
 
 int pwm_set_value(unsigned int pwm, bool on)
 {
-    return setNumberedWord("/sys/class/pwm/pwmchip0/pwm%d/enable", pwm, levelWord(on),
-                           "\nFailed set PWM-%d value\n");
+    if (setWord(formatted("/sys/class/pwm/pwmchip0/pwm%d/enable", pwm), levelWord(on)) != 0)
+        return failed(formatted("\nFailed set PWM-%d value\n", pwm));
+    return 0;
 }
 
 int pwm_set_value_duty_cycle(unsigned int pwm, unsigned int duty)
 {
-    const int fd = openNumbered("/sys/class/pwm/pwmchip0/pwm%d/duty_cycle", pwm,
-                                "\nFailed set PWM-%d duty cycle value\n");
-    if (fd < 0)
-        return fd;
-    writeNumberAndClose(fd, duty);
+    if (setNumber(formatted("/sys/class/pwm/pwmchip0/pwm%d/duty_cycle", pwm), duty) != 0)
+        return failed(formatted("\nFailed set PWM-%d duty cycle value\n", pwm));
     return 0;
 }
 
 int pwm_set_value_period(unsigned int pwm, unsigned int period)
 {
-    const int fd = open(formatted("/sys/class/pwm/pwmchip0/pwm%d/period", pwm).chars, O_WRONLY);
-    if (fd < 0) {
-        printf("\nFailed set PWM-%d period %d value\n", pwm, period);
-        fflush(stdout);
-        return fd;
-    }
-    writeNumberAndClose(fd, period);
+    if (setNumber(formatted("/sys/class/pwm/pwmchip0/pwm%d/period", pwm), period) != 0)
+        return failed(formatted("\nFailed set PWM-%d period %d value\n", pwm, period));
     return 0;
 }
 

@@ -31,18 +31,16 @@ constexpr unsigned int kAccPeriodTicks = 1000;
 
 constexpr unsigned long kBacklightRequest = 0x102;
 
-// The one debounce rule. The count is not cleared by an accepted change, only by a reading equal to
-// the accepted level: a line that flips back on the very next tick is accepted at once.
+// The one debounce rule. Every differing reading counts, accepted or not, and only one equal to the
+// accepted level clears the count: a line that flips back on the very next tick is accepted at
+// once.
 template <typename Counter> bool isChangeAccepted(bool differs, Counter &count)
 {
     if (!differs) {
         count = 0;
         return false;
     }
-    if (count >= kDebounceReadings)
-        return true;
-    ++count;
-    return false;
+    return count++ >= kDebounceReadings;
 }
 
 // A line that cannot be read counts as unchanged.
@@ -57,12 +55,13 @@ int readLock(unsigned int gpio, int accepted)
 SerdesControl::SerdesControl(QObject *parent) : QObject(parent), mPer10msTimer(new QTimer)
 {
     qDebug() << "T840 Serdes Control init start(20250331)!";
-    connect(mPer10msTimer.get(), SIGNAL(timeout()), this, SLOT(onPer10ms()));
+    connect(mPer10msTimer, SIGNAL(timeout()), this, SLOT(onPer10ms()));
     mPer10msTimer->start(kTickMs);
 }
 
 SerdesControl::~SerdesControl()
 {
+    delete mPer10msTimer;
     qDebug() << "SerdesControl  finish!";
 }
 

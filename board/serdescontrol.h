@@ -4,8 +4,6 @@
 
 #include <QObject>
 
-#include <memory>
-
 class QTimer;
 
 /// What SerdesControl::phySwitchTriggerSignal() reports.
@@ -31,7 +29,7 @@ class SerdesControl : public QObject
     Q_OBJECT
 
 public:
-    explicit SerdesControl(QObject *parent);
+    explicit SerdesControl(QObject *parent = nullptr);
     ~SerdesControl() override; ///< touches no board line
 
     /// The video path is routed for PVM. True from construction on, before any script ran: the
@@ -100,7 +98,7 @@ private:
                       const char *text);
 
     // All countdowns are in ticks of 10 ms, and 0 when nothing is pending.
-    std::unique_ptr<QTimer> mPer10msTimer;
+    QTimer *mPer10msTimer;            ///< owned
     bool mSwitchLevel = true;         ///< accepted level of the switch: high while pressed
     unsigned int mSwitchDebounce = 0; ///< ticks in a row with another reading
     int mSwitchHoldTicks = 0;         ///< until a press counts as a long one

@@ -18,7 +18,7 @@ class simutouch : public QObject
     Q_OBJECT
 
 public:
-    explicit simutouch(QObject *parent);
+    explicit simutouch(QObject *parent = nullptr);
     ~simutouch() override; ///< takes the device away
 
     /// Writes one event with a zero time stamp; @p type and @p code are cut to 16 bits. The caller

@@ -50,6 +50,9 @@ void WatchDogControl::openAndFeed()
         mWDTTimer.stop();
         return;
     }
+    // A script that outlives this process must not keep the device open: the next controller could
+    // not arm it.
+    fcntl(mWdtFd, F_SETFD, FD_CLOEXEC);
     mIsIntWdgOn = true;
     mWDTTimer.start(kFeedPeriodMs);
     mFeedCount = 0;

@@ -17,7 +17,7 @@ class WatchDogControl : public QObject
     Q_OBJECT
 
 public:
-    explicit WatchDogControl(QObject *parent);
+    explicit WatchDogControl(QObject *parent = nullptr);
 
     /// The one object, created by the first call and never destroyed.
     static WatchDogControl *getInstance();

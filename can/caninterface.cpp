@@ -81,6 +81,7 @@ int CANInterface::openCANDevice(unsigned int channel, unsigned int bitrate, unsi
     QString errorText;
     if (channel < kChannelCount) {
         releaseDevice();
+        mCanIndex = -1;
         bringDown(channel);
         bringUp(channel, bitrate, restartMs);
         mCanDevice = QCanBus::instance()->createDevice(
@@ -111,6 +112,7 @@ void CANInterface::closeCANDevice()
         return; // also -1: no connected device
     releaseDevice();
     bringDown(channel);
+    mCanIndex = -1;
 }
 
 void CANInterface::releaseDevice()
@@ -120,7 +122,6 @@ void CANInterface::releaseDevice()
     mCanDevice->disconnectDevice();
     delete mCanDevice;
     mCanDevice = nullptr;
-    mCanIndex = -1;
 }
 
 void CANInterface::resetCANDevice()

@@ -11,16 +11,16 @@
  *
  * Bit rate and listen-only mode come from the `ip` command that openCANDevice() runs; the process
  * needs the privilege to run it. There is no reconnection logic: recovery from bus-off is the
- * kernel's, through the restart delay. The device is deleted by closeCANDevice() and by opening
- * again, not with this object, which lives until the process ends. No call throws; a failure ends
- * in a log line and in members that tell the state.
+ * kernel's, through the restart delay. The device is deleted by closeCANDevice() while it is
+ * connected and by opening again, not with this object, which lives until the process ends. No call
+ * throws; a failure ends in a log line and in members that tell the state.
  */
 class CANInterface : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit CANInterface(QObject *parent);
+    explicit CANInterface(QObject *parent = nullptr);
 
     /**
      * Brings the interface of @p channel (0 "can0", 1 "awlink1") down and up again with
@@ -52,7 +52,8 @@ public:
     /// controller sends.
     bool sendFrame(const QCanBusFrame &frame);
 
-    QCanBusDevice *mCanDevice = nullptr;      ///< the decoder reads its frames
+    /// The device that openCANDevice() made; the decoder reads its frames.
+    QCanBusDevice *mCanDevice = nullptr;
     QList<QCanBusDevice::Filter> mFilterList; ///< what openCANDevice() applies
     int mCanIndex = -1;                       ///< channel of the connected device, -1 without
     qint64 mFramesWritten = 0;

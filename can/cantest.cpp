@@ -33,12 +33,12 @@ int lightStatusOf(int code)
     switch (code) {
     case 0x45:
     case 0x49:
-        return kLightRight;
+        return DeviceData::kLightRight;
     case 0x51:
     case 0x61:
-        return kLightLeft;
+        return DeviceData::kLightLeft;
     default:
-        return kLightOff;
+        return DeviceData::kLightOff;
     }
 }
 
@@ -46,11 +46,11 @@ int keyStatusOf(int code)
 {
     switch (code) {
     case 0x54:
-        return kIgnitionOn;
+        return DeviceData::kIgnitionOn;
     case 0x04:
-        return kKeyStatus1;
+        return DeviceData::kKeyStatus1;
     default:
-        return kKeyOff;
+        return DeviceData::kKeyOff;
     }
 }
 
@@ -59,15 +59,15 @@ int gearOf(int code)
 {
     switch (code) {
     case 0x0:
-        return kGearP;
+        return DeviceData::kGearP;
     case 0x7:
-        return kGearR;
+        return DeviceData::kGearR;
     case 0x6:
-        return kGearN;
+        return DeviceData::kGearN;
     case 0x5:
-        return kGearD;
+        return DeviceData::kGearD;
     default:
-        return kNoGear;
+        return DeviceData::kNoGear;
     }
 }
 
@@ -131,7 +131,7 @@ void CanTest::decodeFrame(const QCanBusFrame &frame)
         decodeRadar3E6(frame.payload());
         break;
     case 0x371:
-        decodeDateTime(frame.payload(), frame);
+        decodeDateTime(frame);
         break;
     default:
         break;
@@ -178,9 +178,9 @@ void CanTest::decodeGear1004001(const QByteArray &payload)
 
 void CanTest::debounceGear(int gear, int limit)
 {
-    if (gear == kNoGear) {
+    if (gear == DeviceData::kNoGear) {
         // An undefined code ends the run, so that a gear is only taken on its full unbroken one.
-        mGearCandidate = kNoGear;
+        mGearCandidate = DeviceData::kNoGear;
         return;
     }
     if (gear != mGearCandidate) {
@@ -223,8 +223,9 @@ void CanTest::storeRadarGroup(quint32 levels, quint32 groupMask)
     Q_EMIT canTestDataChangedSignal(CAN_SIG_RADAR);
 }
 
-void CanTest::decodeDateTime(const QByteArray &payload, const QCanBusFrame &frame)
+void CanTest::decodeDateTime(const QCanBusFrame &frame)
 {
+    const QByteArray payload = frame.payload();
     const qint64 year = payloadByte(payload, 0) + 256 * payloadByte(payload, 1);
     const qint64 month = payloadByte(payload, 2);
     const qint64 date = year * 10000 + month * 100 + payloadByte(payload, 3);

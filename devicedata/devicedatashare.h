@@ -6,11 +6,6 @@
 #include <cstdint>
 #include <type_traits>
 
-// What the decoder makes of the codes on the bus, and what the record carries.
-enum Gear { kNoGear = 0, kGearP = 1, kGearR = 2, kGearN = 3, kGearD = 4 };
-enum LightStatus { kLightOff = 0, kLightLeft = 1, kLightRight = 2, kLightHazard = 3 };
-enum KeyStatus { kKeyOff = 0, kKeyStatus1 = 1, kIgnitionOn = 2 };
-
 /**
  * The vehicle data that the renderer draws with.
  *
@@ -20,6 +15,12 @@ enum KeyStatus { kKeyOff = 0, kKeyStatus1 = 1, kIgnitionOn = 2 };
  */
 struct DeviceData
 {
+    // What the decoder makes of the codes on the bus. They stand here, since a renderer may well
+    // have an enumeration Gear of its own.
+    enum Gear { kNoGear = 0, kGearP = 1, kGearR = 2, kGearN = 3, kGearD = 4 };
+    enum LightStatus { kLightOff = 0, kLightLeft = 1, kLightRight = 2, kLightHazard = 3 };
+    enum KeyStatus { kKeyOff = 0, kKeyStatus1 = 1, kIgnitionOn = 2 };
+
     uint8_t spare0;
     uint8_t spare1;
     uint8_t spare2;

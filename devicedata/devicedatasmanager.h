@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "devicedata/devicedatashare.h"
+#include "devicedatashare.h"
 
 #include <QObject>
 #include <QSharedPointer>
@@ -22,10 +22,10 @@ class DeviceDatasManager : public QObject
     Q_OBJECT
 
 public:
-    explicit DeviceDatasManager(QObject *parent);
+    explicit DeviceDatasManager(QObject *parent = nullptr);
 
     /// The one manager, created by the first call. Keep the pointer for one call only. The first
-    /// call must be made before a second thread exists.
+    /// call must be made before a second thread exists; a renderer's link makes it.
     static QSharedPointer<DeviceDatasManager> self();
 
     /// A copy of the record.

@@ -5,11 +5,14 @@
 #include "devicedata/devicedatasmanager.h"
 
 #include <QDebug>
+#include <QFile>
 #include <QSystemSemaphore>
 #include <QThread>
 #include <QTimer>
 
 #include <cstring>
+#include <sys/ipc.h>
+#include <sys/shm.h>
 
 namespace {
 
@@ -54,7 +57,11 @@ SharedMemoryControl::SharedMemoryControl(bool isCreator, QObject *parent)
     mSemaphore = new QSystemSemaphore(QStringLiteral("PvmSemaphore"), 1, QSystemSemaphore::Open);
     mIsShareMemInitOk = true;
     qDebug() << "sharedMemory ShareMemInitOK ";
-    mDataBuffer = std::make_unique<char[]>(static_cast<size_t>(getDeviceDataLen()));
+    mDataBuffer = new char[static_cast<size_t>(getDeviceDataLen())];
+    // The controller's own manager is older than its link. A renderer's has to be there before the
+    // link's thread uses it.
+    if (!mIsCreator)
+        DeviceDatasManager::self();
 
     mShareMemThread = new QThread;
     mShareMemThread->setObjectName(QStringLiteral("ShareMemThread"));
@@ -82,6 +89,7 @@ SharedMemoryControl::~SharedMemoryControl()
         mSharedMemory.detach();
     // mSemaphore is left as it is: deleting the object that made the set would take the semaphore
     // away from the renderer.
+    delete[] mDataBuffer;
     qDebug() << "~SharedMemoryControl";
 }
 
@@ -89,8 +97,8 @@ void SharedMemoryControl::runSlot()
 {
     mRunTimer = new QTimer(this);
     connect(mRunTimer, SIGNAL(timeout()), this, SLOT(on_runTimerOut()));
-    // A timer can only be stopped on its own thread, so it ends with it.
-    connect(mShareMemThread, SIGNAL(finished()), mRunTimer, SLOT(stop()), Qt::DirectConnection);
+    // A timer can only be stopped on its own thread, which is where finished() comes from.
+    connect(mShareMemThread, SIGNAL(finished()), mRunTimer, SLOT(stop()));
     mRunTimer->start(mIsCreator ? kCreatorPeriodMs : kPeerPeriodMs);
 }
 
@@ -126,10 +134,12 @@ void SharedMemoryControl::on_runTimerOut()
     }
     mSemaphore->release();
 
-    if (mIsCreator)
+    if (mIsCreator) {
         announce(changes);
-    else
+    } else {
         handleReceivedRecord();
+        lookForController();
+    }
 }
 
 bool SharedMemoryControl::attachSegment(int &failures)
@@ -146,7 +156,7 @@ bool SharedMemoryControl::attachSegment(int &failures)
 SharedMemoryControl::FlagChanges SharedMemoryControl::exchangeAsCreator(bool &firstIn)
 {
     char *segment = static_cast<char *>(mSharedMemory.data());
-    const int size = mSharedMemory.size();
+    const int size = static_cast<int>(mSharedMemory.size());
     const int recordLen = getDeviceDataLen();
 
     if (firstIn) {
@@ -154,8 +164,8 @@ SharedMemoryControl::FlagChanges SharedMemoryControl::exchangeAsCreator(bool &fi
         firstIn = false;
     }
     if (size >= recordLen) {
-        DeviceDatasManager::self()->structToCharArray(mDataBuffer.get());
-        std::memcpy(segment, mDataBuffer.get(), static_cast<size_t>(recordLen));
+        DeviceDatasManager::self()->structToCharArray(mDataBuffer);
+        std::memcpy(segment, mDataBuffer, static_cast<size_t>(recordLen));
     }
 
     FlagChanges changes;
@@ -217,13 +227,14 @@ void SharedMemoryControl::readHeartbeat(int runCount)
 void SharedMemoryControl::exchangeAsPeer()
 {
     char *segment = static_cast<char *>(mSharedMemory.data());
-    const int size = mSharedMemory.size();
+    const int size = static_cast<int>(mSharedMemory.size());
     const int recordLen = getDeviceDataLen();
 
     if (size < recordLen) {
         qDebug() << "too small shareSize " << size;
         return;
     }
+    mIsLinkAttached = true;
     DeviceDatasManager::self()->charArrayToStruct(segment, recordLen);
     segment[size - kSlogFromEnd] = getIsSlogEnable() ? 1 : 0;
     segment[size - kAvmInitedFromEnd] = getIsAVMInited() ? 1 : 0;
@@ -231,10 +242,18 @@ void SharedMemoryControl::exchangeAsPeer()
     segment[size - kRunCountFromEnd] = static_cast<char>(getAVMRunCount() & 0xFF);
 }
 
+// The kernel counts who has the segment attached, and takes off who has ended, in whatever way.
+void SharedMemoryControl::lookForController()
+{
+    const key_t key = ftok(QFile::encodeName(mSharedMemory.nativeKey()).constData(), 'Q');
+    shmid_ds status = {};
+    mIsControllerThere = shmctl(shmget(key, 0, 0), IPC_STAT, &status) == 0 && status.shm_nattch > 1;
+}
+
 void SharedMemoryControl::announce(const FlagChanges &changes)
 {
     if (mIsDeviceDataChanged)
-        logCharArray(mDataBuffer.get(), getDeviceDataLen());
+        logCharArray(mDataBuffer, getDeviceDataLen());
     if (changes.avmInited)
         Q_EMIT avmInitOkSignal();
     if (changes.turnSwitch)
@@ -245,8 +264,18 @@ void SharedMemoryControl::handleReceivedRecord()
 {
     if (!DeviceDatasManager::self()->handleRcvDataChanged())
         return;
-    DeviceDatasManager::self()->structToCharArray(mDataBuffer.get());
-    logCharArray(mDataBuffer.get(), getDeviceDataLen());
+    DeviceDatasManager::self()->structToCharArray(mDataBuffer);
+    logCharArray(mDataBuffer, getDeviceDataLen());
+}
+
+bool SharedMemoryControl::isLinkAttached() const
+{
+    return mIsLinkAttached;
+}
+
+bool SharedMemoryControl::isControllerThere() const
+{
+    return mIsControllerThere;
 }
 
 bool SharedMemoryControl::getIsAVMInited() const
@@ -295,8 +324,10 @@ void SharedMemoryControl::setAVMRunCount(int runCount)
 void SharedMemoryControl::updatemAVMRunCount()
 {
     // 0 and 255 are never used: 0 is what a fresh segment holds.
-    const int next = getAVMRunCount() + 1;
-    setAVMRunCount(next == 255 ? 1 : next);
+    int count = mAVMRunCount;
+    while (!mAVMRunCount.compare_exchange_weak(count, count + 1 == 255 ? 1 : count + 1)) {
+        // another thread came in between; count is what it left
+    }
 }
 
 void SharedMemoryControl::logCharArray(const char *data, int len) const

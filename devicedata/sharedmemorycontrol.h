@@ -6,7 +6,6 @@
 #include <QSharedMemory>
 
 #include <atomic>
-#include <memory>
 
 class QSystemSemaphore;
 class QThread;
@@ -32,9 +31,10 @@ class SharedMemoryControl : public QObject
     Q_OBJECT
 
 public:
-    /// @p isCreator true for the controller's end, false for the renderer's. @p parent must be
+    /// @p isCreator true for the controller's end, false for the renderer's, on whose main thread
+    /// it has to be made, since it makes the DeviceDatasManager if nobody has. @p parent must be
     /// null, since the object changes its thread.
-    SharedMemoryControl(bool isCreator, QObject *parent);
+    explicit SharedMemoryControl(bool isCreator, QObject *parent = nullptr);
 
     /// Ends the worker thread and detaches. Leaves the semaphore to the peer.
     ~SharedMemoryControl() override;
@@ -48,12 +48,22 @@ public:
     bool getIsSlogEnable() const; ///< hex dumps of the link are wanted
     void setIsSlogEnable(bool isSlogEnable);
 
+    // For the renderer's end; as of the last exchange, 100 ms ago at most. The record looks valid
+    // for ever once it has come, whatever has become of the controller.
+
+    bool isLinkAttached() const; ///< there is a segment that holds the record
+    /// Another process has the segment attached, too: a controller that ended has it no more. False
+    /// on the controller's own end, which does not ask.
+    bool isControllerThere() const;
+
     /// The heartbeat: last byte seen (creating side) or to be written (peer).
     int getAVMRunCount() const;
     void setAVMRunCount(int runCount);
 
-    /// The renderer's heartbeat: 1 to 254 and round again. The controller calls the renderer
-    /// stopped after ten exchanges without a change, so call this at least every few seconds.
+    /// The renderer's heartbeat: 1 to 254 and round again. Call it with each drawn frame, at least
+    /// every 200 ms: the controller calls the renderer stopped after ten exchanges without a
+    /// change, and while the record changes all the time, as under a turning wheel, ten take half a
+    /// second.
     void updatemAVMRunCount();
 
     /// Logs @p len bytes as hexadecimal while getIsSlogEnable() is true.
@@ -78,6 +88,7 @@ private:
     };
 
     bool attachSegment(int &failures);
+    void lookForController();
     FlagChanges exchangeAsCreator(bool &firstIn);
     void exchangeAsPeer();
     void readHeartbeat(int runCount);
@@ -90,14 +101,16 @@ private:
     bool mIsCreator;
     bool mIsShareMemInitOk = false;
     QThread *mShareMemThread = nullptr;
-    QTimer *mRunTimer = nullptr;         ///< child, lives on the worker thread
-    std::unique_ptr<char[]> mDataBuffer; ///< the record just sent or received
-    bool mIsDeviceDataChanged = false;   ///< true only during an exchange for a changed record
+    QTimer *mRunTimer = nullptr;       ///< child, lives on the worker thread
+    char *mDataBuffer = nullptr;       ///< owned: the record just sent or received
+    bool mIsDeviceDataChanged = false; ///< true only during an exchange for a changed record
     // Written on the worker, read on the main thread.
     std::atomic<bool> mIsSlogEnable{false};
     std::atomic<bool> mIsAVMInited{false};
     std::atomic<bool> mIsTurnSwitchEnable; ///< at first true in peer mode only
     std::atomic<int> mAVMRunCount{1};
+    std::atomic<bool> mIsLinkAttached{false};
+    std::atomic<bool> mIsControllerThere{false}; ///< in peer mode only
     int mAVMStallCount = 0; ///< exchanges in a row without a new run count; held at 11 once stopped
     bool mIsAVMStopped = false; ///< avmStopSignal(true) has been emitted and not yet revoked
 };
