@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "bench/board/boardlines.h"
+#include "bench/board/fact.h"
 #include "bench/board/gpiotree.h"
 
 #include <QTimer>
@@ -17,82 +17,30 @@ class Inputs : public QObject
     Q_OBJECT
 
 public:
-    explicit Inputs(GpioTree &gpio) : mGpio(gpio)
-    {
-        for (QTimer *timer : {&mRelease, &mFlip, &mBounceEnd}) {
-            timer->setTimerType(Qt::PreciseTimer);
-            timer->setSingleShot(timer != &mFlip);
-        }
-        connect(&mRelease, &QTimer::timeout, this, [this] { pressSwitch(false); });
-        connect(&mFlip, &QTimer::timeout, this, &Inputs::flip);
-        connect(&mBounceEnd, &QTimer::timeout, this, &Inputs::settle);
-    }
+    explicit Inputs(GpioTree &gpio);
 
-    void set(const QString &line, bool level)
-    {
-        mGpio.setLine(boardlines::inputOf(line), level);
-        report(line, level ? "on" : "off");
-    }
+    /// The line's level.
+    void set(const QString &line, bool level);
 
     /// Its value file can be opened.
-    void setReadable(const QString &line, bool readable)
-    {
-        mGpio.setExported(boardlines::inputOf(line), readable);
-        report(line, readable ? "readable" : "unreadable");
-    }
+    void setReadable(const QString &line, bool readable);
 
     /// Ends a bounce and forgets a release that is due.
-    void pressSwitch(bool pressed)
-    {
-        const bool isMove = pressed != mIsPressed;
-        mRelease.stop();
-        mBounceEnd.stop();
-        mIsPressed = pressed;
-        settle();
-        if (isMove)
-            report("switch", pressed ? "pressed" : "released");
-    }
+    void pressSwitch(bool pressed);
 
-    /// Pressed for this long.
-    void clickSwitch(int ms)
-    {
-        pressSwitch(true);
-        mRelease.start(ms);
-    }
+    /// Pressed for so many milliseconds.
+    void clickSwitch(int ms);
 
-    /// The line flips faster than anyone presses, ends as it was.
-    void bounceSwitch(int ms)
-    {
-        report("switch", "bounces");
-        mFlip.start(kFlipMs);
-        mBounceEnd.start(ms);
-    }
+    /// The line flips faster than anyone presses, for so many milliseconds, and ends as it was.
+    void bounceSwitch(int ms);
 
 Q_SIGNALS:
     void happened(const Fact &fact); ///< what the drive did
 
 private:
-    // Far enough from the 10 ms of the controller's readings and from their half: readings in step
-    // with the flips would see one level only, which is no bounce.
-    static constexpr int kFlipMs = 4;
-
-    void report(const QString &line, const QString &what)
-    {
-        Q_EMIT happened({Fact::Kind::Input, line, what});
-    }
-
-    void flip()
-    {
-        mIsHigh = !mIsHigh;
-        mGpio.setLine(boardlines::kSwitch, mIsHigh);
-    }
-
-    void settle()
-    {
-        mFlip.stop();
-        mIsHigh = mIsPressed;
-        mGpio.setLine(boardlines::kSwitch, mIsHigh);
-    }
+    void report(const QString &line, const QString &what);
+    void flip();
+    void settle();
 
     GpioTree &mGpio;
     QTimer mRelease;

@@ -3,81 +3,57 @@
 #pragma once
 
 #include "bench/board/fact.h"
-#include "bench/board/places.h"
 
 #include <QProcess>
+#include <QTimer>
 
-/// The renderer stand-in's process: commands go in, what it has received comes out.
+/**
+ * The renderer's process. Into the bench's own, the stand-in, commands go, and what it has received
+ * comes out. Of somebody else's its output is told, and whether its heartbeat is seen.
+ */
 class RendererProcess : public QObject
 {
     Q_OBJECT
 
 public:
-    RendererProcess()
-    {
-        mProcess.setProgram(QString(places::kBench) + "/pvm-bench-renderer");
-        mProcess.setStandardErrorFile(QProcess::nullDevice());
-        connect(&mProcess, &QProcess::readyReadStandardOutput, this, &RendererProcess::readLines);
-        connect(&mProcess, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this, [this] {
-            report("ended");
-            if (!mIsKilled)
-                Q_EMIT lost();
-        });
-    }
-    ~RendererProcess() override { kill(); }
+    /// @p own: path of the program that is or runs a renderer; empty for the stand-in.
+    explicit RendererProcess(const QString &own);
+    ~RendererProcess() override; ///< kills it
 
     /// Unless it runs.
-    void start()
-    {
-        if (isRunning())
-            return;
-        mIsKilled = false;
-        mProcess.start();
-        report("started");
-    }
+    void start();
 
     /// SIGKILL; its end is told before it returns.
-    void kill()
-    {
-        mIsKilled = true;
-        mProcess.kill();
-        mProcess.waitForFinished();
-    }
+    void kill();
+
+    // For the stand-in alone.
 
     /// "heartbeat", "turn-switch", "initialised" or "slog"; nothing while it does not run.
-    void setFlag(const QString &flag, bool on)
-    {
-        if (!isRunning())
-            return;
-        const QString command = flag + (on ? " on" : " off");
-        mProcess.write(command.toLatin1() + '\n');
-        report(command);
-    }
+    void setFlag(const QString &flag, bool on);
+
+    void setHeartbeatPeriod(int ms); ///< nothing while it does not run
 
     /// Keeps the link's semaphore and lock, and lets go of them.
-    void holdLink(bool on) { mProcess.write(on ? "hold\n" : "let go\n"); }
+    void holdLink(bool on);
 
 Q_SIGNALS:
-    void happened(const Fact &fact);
-    void attached(); ///< the link with the controller works
-    void lost();     ///< it has ended by itself: a fault of the bench, not of the board
+    void happened(const Fact &fact); ///< of the renderer, and of the record that it has received
+    void attached();                 ///< the link with the controller works
+    void lost(const QString &how);   ///< it has ended by itself
 
 private:
-    void report(const QString &what) { Q_EMIT happened({Fact::Kind::Renderer, {}, what}); }
-    bool isRunning() const { return mProcess.state() != QProcess::NotRunning; }
-    void readLines()
-    {
-        while (mProcess.canReadLine()) {
-            const QStringList words = QString::fromLatin1(mProcess.readLine()).trimmed().split(' ');
-            if (words[0] == "attached")
-                Q_EMIT attached();
-            else if (words[0] == "holding" || words[0] == "free")
-                report(words[0]);
-            else if (words[0] == "record" && words.size() == 3)
-                Q_EMIT happened({Fact::Kind::Record, words[1], words[2]});
-        }
-    }
+    void report(const QString &what, const QString &line = {});
+    bool isOwn() const { return !mOwn.isEmpty(); }
+    bool isRunning() const;
+    void command(const QString &text);
+    void readLines();
+    void tell(const QByteArray &bytes);
+    void handleStandIn(const QByteArray &line);
+    void handleFinished(int exitCode, QProcess::ExitStatus status);
+    void checkHeartbeat();
 
+    const QString mOwn;
     QProcess mProcess;
+    QTimer mHeartbeatTimer; ///< runs from an own renderer's start to its first heartbeat
     bool mIsKilled = false;
 };

@@ -4,84 +4,87 @@
 
 #include "bench/board/descriptor.h"
 #include "bench/board/places.h"
+#include "bench/board/sandboxroot.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLibraryInfo>
+#include <QRegularExpression>
 #include <QSocketNotifier>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <vector>
 
 namespace {
 
 const QString kFolder = QString(places::kBench) + '/';
-constexpr char kStarted = 'S';
 
 volatile sig_atomic_t gTold = 0; // the signal that the inner process was told
 int gInside = -1;                // the socket to the inner process, for the signal handler
 
 // A root of its own, so that nothing of the host can be written and every mount point can be made.
-QStringList rootArguments()
+void addSystem(SandboxRoot &root)
 {
-    const QString fixed = "--unshare-ipc --unshare-pid --unshare-uts --ro-bind /usr /usr "
-                          "--proc /proc --dev /dev --size 16777216 --tmpfs /tmp --tmpfs /run "
-                          "--tmpfs /sys --tmpfs /etc --chdir /";
-    QStringList arguments = fixed.split(' ');
+    root.bind("/usr", "/usr");
+    for (const char *folder : {"/tmp", "/run", "/sys", "/etc"})
+        root.own(folder);
     for (const char *folder : {"/bin", "/lib", "/lib64", "/sbin"}) {
         const QFileInfo info(folder);
         if (info.isSymLink())
-            arguments << "--symlink" << info.symLinkTarget() << info.filePath();
+            root.link(QFile::symLinkTarget(folder), folder);
         else if (info.exists())
-            arguments << "--ro-bind" << info.filePath() << info.filePath();
+            root.bind(folder, folder);
     }
     for (const char *file : {"ld.so.cache", "localtime", "passwd", "group", "fonts"}) {
         const QString path = QString("/etc/") + file;
-        arguments << "--ro-bind-try" << path << path;
+        if (QFile::exists(path))
+            root.bind(path, path);
     }
-    return arguments;
 }
 
-QStringList programArguments(bool hasRealCan)
+void addPrograms(SandboxRoot &root, bool hasRealCan)
 {
     const QDir beside(QCoreApplication::applicationDirPath());
-    const QDir canPlugins(QLibraryInfo::location(QLibraryInfo::PluginsPath) + "/canbus");
-    QStringList arguments;
     for (const char *name : {"pvm-bench", "pvm-bench-renderer", "pvm-bench-command"})
-        arguments << "--ro-bind" << beside.filePath(name) << kFolder + name;
-    // The system's own plugin, and the right to set can0 up and down.
-    if (hasRealCan)
-        return arguments << "--cap-add"
-                         << "CAP_NET_ADMIN";
+        root.bind(beside.filePath(name), kFolder + name);
+    if (hasRealCan) // the system's own plugin
+        return;
     // Two plugins of one key would leave it to chance which one the controller gets.
     const QString plugin = "libpvm-bench-can.so";
-    return arguments << "--tmpfs" << canPlugins.path() << "--ro-bind" << beside.filePath(plugin)
-                     << canPlugins.filePath(plugin);
+    for (const QString &plugins : QCoreApplication::libraryPaths()) {
+        const QDir canPlugins(plugins + "/canbus");
+        if (canPlugins.exists()) {
+            root.own(canPlugins.path());
+            root.bind(beside.filePath(plugin), canPlugins.filePath(plugin));
+        }
+    }
 }
 
-/// The controller keeps its path, and so does what lies beside it or beside the bench: it may be a
+/// A program keeps its path, and so does what lies beside it or beside the bench: it may be a
 /// script that runs one of them under a debugger.
-QStringList controllerArguments(const QString &controller)
+void addGiven(SandboxRoot &root, const QStringList &programs)
 {
-    QStringList arguments;
-    for (const QString &path : {controller, QCoreApplication::applicationFilePath()}) {
+    for (const QString &path : programs + QStringList{QCoreApplication::applicationFilePath()}) {
         const QString folder = QFileInfo(path).path();
         // The sandbox's own folders stay its own.
         const bool isShallow = folder.count('/') < 2;
         const QString bound = isShallow ? path : folder;
         if (!bound.startsWith("/usr/"))
-            arguments << "--ro-bind" << bound << bound;
+            root.bind(bound, bound);
     }
-    return arguments;
 }
 
 std::vector<QByteArray> environment()
@@ -115,13 +118,16 @@ pid_t start(const QString &program, const QStringList &arguments, int errorOutpu
     std::vector<QByteArray> settings = environment();
     const std::vector<char *> argv = pointersTo(words);
     const std::vector<char *> envp = pointersTo(settings);
+    const bool isProot = program.endsWith("/proot");
     const pid_t pid = fork();
     if (pid != 0)
         return pid;
     setpgid(0, 0); // what a terminal sends to a whole group reaches the outer process alone
+    signal(SIGINT, SIG_DFL); // a shell starts what runs in the background with it ignored
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(errorOutput, STDERR_FILENO);
-    execve(argv[0], argv.data(), envp.data());
+    if (!isProot || lookOldForProot())
+        execve(argv[0], argv.data(), envp.data());
     _exit(EXIT_FAILURE);
 }
 
@@ -152,28 +158,57 @@ void catchSignals()
         sigaction(signal, &action, nullptr);
 }
 
-/// False when bubblewrap has ended without running the inner process.
-bool waitForInside(int socket)
+/// The inner process's id as it sees itself, or -1 when the sandbox's maker has ended without
+/// running it.
+pid_t waitForInside(int socket)
 {
-    char byte = 0;
-    return TEMP_FAILURE_RETRY(recv(socket, &byte, 1, 0)) == 1 && byte == kStarted;
+    pid_t pid = -1;
+    return TEMP_FAILURE_RETRY(recv(socket, &pid, sizeof pid, 0)) == sizeof pid ? pid : -1;
 }
 
-} // namespace
-
-int sandbox::run(const QString &controller, bool hasRealCan, const QStringList &arguments,
-                 QString *fault)
+void waitForEnd(pid_t pid)
 {
-    const QString bwrap = QStandardPaths::findExecutable("bwrap");
-    if (bwrap.isEmpty()) {
-        *fault = "bubblewrap is missing: install the package `bubblewrap`";
-        return -1;
+    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    pollfd end{process, POLLIN, 0};
+    while (process >= 0 && poll(&end, 1, -1) < 0 && errno == EINTR) {
+    }
+}
+
+QList<QByteArray> children()
+{
+    QFile file("/proc/thread-self/children");
+    return file.open(QIODevice::ReadOnly) ? file.readAll().split(' ') : QList<QByteArray>();
+}
+
+/// Without a PID namespace what the sandbox has left behind is this process's own by now, and proot
+/// waits for it.
+void endAllBut(const QList<QByteArray> &before)
+{
+    for (bool isEnding = true; isEnding;) {
+        isEnding = false;
+        for (const QByteArray &child : children())
+            if (!child.isEmpty() && !before.contains(child)) {
+                kill(child.toInt(), SIGKILL);
+                isEnding = waitpid(child.toInt(), nullptr, 0) > 0;
+            }
+    }
+}
+
+/// Makes the sandbox with @p maker and runs the inner process there, whose exit status goes to
+/// @p code. False with the reason in @p fault when nothing ran.
+bool runInside(const QString &maker, const QStringList &arguments, int *code, QString *fault)
+{
+    const QString program = QStandardPaths::findExecutable(maker);
+    if (program.isEmpty()) {
+        *fault = maker + " is missing: install the package `" +
+                 (maker == "bwrap" ? "bubblewrap`" : maker + '`');
+        return false;
     }
     int ends[2];
     int errors[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0 || pipe2(errors, O_CLOEXEC) != 0) {
         *fault = QString("no socket: ") + strerror(errno);
-        return -1;
+        return false;
     }
     const Descriptor outer(ends[0]);
     Descriptor inner(ends[1]);
@@ -182,23 +217,61 @@ int sandbox::run(const QString &controller, bool hasRealCan, const QStringList &
     fcntl(outer, F_SETFD, FD_CLOEXEC);
     const Descriptor errorOutput(dup(STDERR_FILENO));
     gInside = outer;
-    catchSignals();
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    const QList<QByteArray> before = children();
 
-    const pid_t pid =
-        start(bwrap,
-              rootArguments() + programArguments(hasRealCan) + controllerArguments(controller) +
-                  QStringList{kFolder + "pvm-bench"} + arguments +
-                  QStringList{QString::number(inner), QString::number(errorOutput)},
-              saying);
+    const pid_t pid = start(
+        program, arguments + QStringList{QString::number(inner), QString::number(errorOutput)},
+        saying);
     inner.reset();
     saying.reset();
-    const bool isInside = waitForInside(outer);
+    const pid_t insidePid = waitForInside(outer);
+    const bool isInside = insidePid >= 0;
+    if (isInside && maker == "proot") {
+        waitForEnd(insidePid);
+        endAllBut(before + QList<QByteArray>{QByteArray::number(pid)});
+    }
     int status = 0;
     TEMP_FAILURE_RETRY(waitpid(pid, &status, 0));
-    const int code = WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
-    if (isInside) // one that was still reading its drive ends by another signal than it was told
-        return gTold != 0 && code > 128 ? 128 + gTold : code;
-    *fault = "the sandbox cannot be made: " + readAll(said);
+    *code = WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
+    // One that was still reading its drive ends by another signal than it was told.
+    if (gTold != 0 && (*code > 128 || !isInside))
+        *code = 128 + gTold;
+    if (!isInside)
+        *fault = maker + ": " + readAll(said).remove(QRegularExpression("^" + maker + ": "));
+    return isInside;
+}
+
+} // namespace
+
+int sandbox::run(const QStringList &programs, bool hasRealCan, const QStringList &arguments,
+                 QString *fault)
+{
+    SandboxRoot root;
+    addSystem(root);
+    addPrograms(root, hasRealCan);
+    addGiven(root, programs);
+    const QStringList inside = QStringList{kFolder + "pvm-bench"} + arguments;
+    const QStringList rights =
+        hasRealCan ? QStringList{"--cap-add", "CAP_NET_ADMIN"} : QStringList{};
+    catchSignals();
+
+    int code = 0;
+    if (runInside("bwrap", root.bubblewrapArguments() + rights + inside, &code, fault) ||
+        gTold != 0)
+        return code;
+    QTemporaryDir folder;
+    const QString top = folder.path() + "/root";
+    QDir().mkpath(top);
+    QString prootFault;
+    fprintf(stderr, "pvm-bench: %s; trying proot instead\n", qPrintable(*fault));
+    const bool hasRun = runInside("proot", root.prootArguments(top) + inside, &code, &prootFault);
+    removeSystemVObjects(top + "/tmp");
+    if (hasRun || gTold != 0)
+        return code;
+    *fault = QStringLiteral("the sandbox cannot be made: %1; %2. Allow user namespaces, or ptrace "
+                            "with proot installed")
+                 .arg(*fault, prootFault);
     return -1;
 }
 
@@ -207,7 +280,8 @@ sandbox::Inside::Inside(const QString &socket, const QString &errorOutput) : mSo
     fcntl(mSocket, F_SETFD, FD_CLOEXEC);
     dup2(errorOutput.toInt(), STDERR_FILENO);
     close(errorOutput.toInt());
-    send(mSocket, &kStarted, 1, MSG_NOSIGNAL);
+    const pid_t pid = getpid();
+    send(mSocket, &pid, sizeof pid, MSG_NOSIGNAL);
     // Until somebody watches, any word on the socket and its end are the end of this process, which
     // may be reading a drive from a pipe for as long as its writer likes.
     fcntl(mSocket, F_SETOWN, getpid());

@@ -20,12 +20,12 @@ namespace sandbox {
 
 /**
  * Runs /bench/pvm-bench inside, with the arguments and two more, see Inside, and returns its exit
- * status, or -1 with what is wrong in @p fault, one line. @p controller: path of the program that
- * is or runs the controller. @p hasRealCan: it gets the system's own CAN plugin. SIGINT, SIGTERM
- * and SIGHUP are told to it the first time; the second one ends this process. Descriptors without
- * close-on-exec stay open inside.
+ * status, or -1 with what is wrong in @p fault, one line. @p programs: paths of the programs that
+ * are or run the controller and the renderer. @p hasRealCan: it gets the system's own CAN plugin.
+ * SIGINT, SIGTERM and SIGHUP are told to it the first time; the second one ends this process.
+ * Descriptors without close-on-exec stay open inside.
  */
-int run(const QString &controller, bool hasRealCan, const QStringList &arguments, QString *fault);
+int run(const QStringList &programs, bool hasRealCan, const QStringList &arguments, QString *fault);
 
 /// The inner process's end. Its two arguments are descriptors: the socket and the true stderr.
 class Inside

@@ -43,6 +43,10 @@ QCanBusFrame frameOf(const BusFrame &busFrame)
     return frame;
 }
 
+// A key of configurations is a number in Qt 5 and of its enumeration in Qt 6.
+template <typename Key> Key keyOf(void (QCanBusDevice::*)(Key, const QVariant &));
+using ConfigurationParameter = decltype(keyOf(&QCanBusDevice::setConfigurationParameter));
+
 } // namespace
 
 /**
@@ -69,16 +73,7 @@ public:
         QCanBusDevice::setConfigurationParameter(BitRateKey, 500000);
     }
 
-    static QList<QCanBusDeviceInfo> interfaces()
-    {
-        QList<QCanBusDeviceInfo> found;
-        for (const QString &name :
-             QDir(places::kBusFolder).entryList(QDir::System | QDir::NoDotAndDotDot))
-            found.append(createDeviceInfo(name));
-        return found;
-    }
-
-    void setConfigurationParameter(int key, const QVariant &value) override
+    void setConfigurationParameter(ConfigurationParameter key, const QVariant &value) override
     {
         if (isKnown(key, value))
             QCanBusDevice::setConfigurationParameter(key, value);
@@ -168,11 +163,11 @@ private:
 };
 
 /// Offers the bench's CAN devices under the key of Qt's own SocketCAN plugin.
-class BenchCanPlugin : public QObject, public QCanBusFactoryV2
+class BenchCanPlugin : public QObject, public CAN_FACTORY
 {
     Q_OBJECT
     Q_PLUGIN_METADATA(IID "org.qt-project.Qt.QCanBusFactory" FILE "benchcan.json")
-    Q_INTERFACES(QCanBusFactoryV2)
+    Q_INTERFACES(CAN_FACTORY)
 
 public:
     /// Always a device; whether its interface exists shows when it connects.
@@ -181,10 +176,8 @@ public:
         return new BenchCanDevice(interfaceName);
     }
 
-    QList<QCanBusDeviceInfo> availableDevices(QString *) const override
-    {
-        return BenchCanDevice::interfaces();
-    }
+    /// Nobody asks.
+    QList<QCanBusDeviceInfo> availableDevices(QString *) const override { return {}; }
 };
 
 #include "benchcan.moc"

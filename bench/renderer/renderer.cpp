@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 
 // Stands for the process that draws the panoramic view: the renderer's end of the link. Lines
-// "FLAG on|off", "hold" and "let go" on standard input tell it what to say, until the input's end;
-// on standard output it tells what it has received.
+// "FLAG on|off", "heartbeat MILLISECONDS", "hold" and "let go" on standard input tell it what to
+// say, until the input's end; on standard output it tells what it has received.
 
 #include "bench/board/places.h"
 #include "devicedata/devicedatasmanager.h"
@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr int kHeartbeatPeriodMs = 200;
+constexpr int kHeartbeatPeriodMs = 200; // as the page on the link asks for
 constexpr int kProbePeriodMs = 50;
 
 void print(const QByteArray &line)
@@ -31,11 +31,17 @@ void print(const QByteArray &line)
 }
 
 /// The codes of the record in a drive's words.
-const QMap<int, QByteArray> kGears{
-    {kNoGear, "-"}, {kGearP, "P"}, {kGearR, "R"}, {kGearN, "N"}, {kGearD, "D"}};
-const QMap<int, QByteArray> kLights{
-    {kLightOff, "OFF"}, {kLightLeft, "LEFT"}, {kLightRight, "RIGHT"}, {kLightHazard, "HAZARD"}};
-const QMap<int, QByteArray> kKeys{{kKeyOff, "OFF"}, {kKeyStatus1, "1"}, {kIgnitionOn, "ON"}};
+const QMap<int, QByteArray> kGears{{DeviceData::kNoGear, "-"},
+                                   {DeviceData::kGearP, "P"},
+                                   {DeviceData::kGearR, "R"},
+                                   {DeviceData::kGearN, "N"},
+                                   {DeviceData::kGearD, "D"}};
+const QMap<int, QByteArray> kLights{{DeviceData::kLightOff, "OFF"},
+                                    {DeviceData::kLightLeft, "LEFT"},
+                                    {DeviceData::kLightRight, "RIGHT"},
+                                    {DeviceData::kLightHazard, "HAZARD"}};
+const QMap<int, QByteArray> kKeys{
+    {DeviceData::kKeyOff, "OFF"}, {DeviceData::kKeyStatus1, "1"}, {DeviceData::kIgnitionOn, "ON"}};
 
 QByteArray word(const QMap<int, QByteArray> &words, int code)
 {
@@ -75,7 +81,8 @@ public:
             return false;
         bool live = false;
         if (mSegment.lock()) {
-            live = isMarkTaken(static_cast<char *>(mSegment.data()), mSegment.size());
+            live = isMarkTaken(static_cast<char *>(mSegment.data()),
+                               static_cast<int>(mSegment.size()));
             mSegment.unlock();
         }
         mSemaphore.release();
@@ -141,6 +148,7 @@ public:
         // The link announces on its own thread; printing is done here.
         connect(DeviceDatasManager::self().data(), SIGNAL(deviceDataChangedSignal()), this,
                 SLOT(on_recordChanged()), Qt::QueuedConnection);
+        mHeartbeat.setInterval(kHeartbeatPeriodMs);
         for (const char *flag : {"heartbeat", "turn-switch", "initialised"})
             setFlag(flag, true);
         mProbeTimer.start(kProbePeriodMs);
@@ -168,8 +176,11 @@ private:
         if (size <= 0)
             return QCoreApplication::quit();
         mInput.append(buffer, static_cast<int>(size));
-        for (int end = 0; (end = mInput.indexOf('\n')) >= 0; mInput.remove(0, end + 1))
+        while (mInput.contains('\n')) {
+            const auto end = mInput.indexOf('\n');
             handleCommand(mInput.left(end));
+            mInput.remove(0, end + 1);
+        }
     }
 
     void handleCommand(const QByteArray &line)
@@ -179,6 +190,8 @@ private:
             print(mProbe.hold() ? "holding" : "cannot hold");
         else if (words.first() == "let")
             print(mProbe.letGo() ? "free" : "holds nothing");
+        else if (words.first() == "heartbeat" && words.last().toInt() > 0)
+            mHeartbeat.setInterval(words.last().toInt());
         else if (words.size() == 2)
             setFlag(words[0], words[1] == "on");
     }
@@ -186,7 +199,7 @@ private:
     void setFlag(const QByteArray &flag, bool on)
     {
         if (flag == "heartbeat")
-            on ? mHeartbeat.start(kHeartbeatPeriodMs) : mHeartbeat.stop();
+            on ? mHeartbeat.start() : mHeartbeat.stop();
         else if (flag == "turn-switch")
             mLink.setIsTurnSwitchEnable(on);
         else if (flag == "initialised")
@@ -216,7 +229,6 @@ private:
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    DeviceDatasManager::self(); // has to be there before the link's thread
     Renderer renderer;
     return QCoreApplication::exec();
 }
