@@ -38,7 +38,10 @@ public:
 private:
     using Event = std::function<void()>;
 
-    int mBelow(int end) { return static_cast<int>(mRandom() % static_cast<unsigned>(end)); }
+    template <class Int> Int mBelow(Int end)
+    {
+        return static_cast<Int>(mRandom() % static_cast<unsigned>(end));
+    }
     template <class T> const T &one(const QVector<T> &list) { return list[mBelow(list.size())]; }
 
     void say(const QString &words)

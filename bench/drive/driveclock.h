@@ -20,9 +20,12 @@ public:
     void start() { mStartUs = monotonicUs(); } ///< drive time 0
     bool isStarted() const { return mStartUs >= 0; }
 
+    /// Real time, -1 before start().
     int64_t nowUs() const { return isStarted() ? monotonicUs() - mStartUs : -1; }
+    /// A real time as the monotonic clock counts it.
     int64_t monotonicUs(int64_t realUs) const { return mStartUs + realUs; }
 
+    // From drive time to real time and back, both in microseconds.
     int64_t realUs(int64_t driveUs) const { return int64_t(double(driveUs) / mSpeed); }
     int64_t driveUs(int64_t realUs) const { return int64_t(double(realUs) * mSpeed); }
 
@@ -32,6 +35,7 @@ public:
         return (realUs < 0 ? "boot" : seconds(driveUs(realUs))).rightJustified(9);
     }
 
+    /// Microseconds as seconds, with so many digits behind the point.
     static QString seconds(int64_t us, int digits = 3)
     {
         return QString::number(static_cast<double>(us) / 1e6, 'f', digits);

@@ -2,7 +2,8 @@
 
 #pragma once
 
-#include "bench/drive/words.h"
+#include "bench/drive/logcut.h"
+#include "bench/language/statement.h"
 
 #include <QStringList>
 
@@ -36,4 +37,4 @@ struct Drive
  * Reads a drive from a descriptor, which stays open; it may be a pipe. Only memory limits its size.
  * Returns "NAME:LINE: what is wrong" of the first fault, or an empty text.
  */
-QString readDrive(int descriptor, const QString &name, const QString &channel, Drive *drive);
+QString readDrive(int descriptor, const QString &name, const LogCut &cut, Drive *drive);

@@ -5,6 +5,10 @@
 #include "bench/board/busframe.h"
 #include "bench/board/fact.h"
 
+#include <QString>
+
+#include <cstdint>
+
 /// What a drive asks for at a moment. The words behind each are tabled in words.cpp.
 enum class Verb {
     // The vehicle; value, and spanUs for ramps.
@@ -23,6 +27,7 @@ enum class Verb {
     KillRenderer,
     HoldLink,        ///< value: "holds" or "lets-go"
     SetRendererFlag, ///< subject: flag, value: "on" or "off"
+    SetHeartbeat,
     SetBus,
     PressSwitch,
     ClickSwitch,
@@ -63,20 +68,12 @@ struct Statement
     QString text;        ///< as written
 
     bool isOfVehicle() const { return verb <= Verb::SendFrame; }
-    bool isOfRenderer() const
+    bool isOfRenderer() const { return verb >= Verb::StartRenderer && verb <= Verb::SetHeartbeat; }
+    /// The bench's own renderer, that is: another one cannot be told nor asked.
+    bool needsStandIn() const
     {
-        return verb >= Verb::StartRenderer && verb <= Verb::SetRendererFlag;
+        return (isOfRenderer() && verb >= Verb::HoldLink) ||
+               (isExpectation() && kind == Fact::Kind::Record);
     }
     bool isExpectation() const { return verb >= Verb::ExpectState; }
 };
-
-/// Reads the words behind the time into @p statement, all but line and time. Returns what is wrong,
-/// or an empty text.
-QString parseWords(const QString &text, Statement *statement);
-
-/// Reads "12", "0.25" or "1700000000.123456" into microseconds; further digits are cut off. False
-/// for anything else, and from 10^12 s on.
-bool parseSeconds(const QString &text, int64_t *us);
-
-/// The table of words, one row a line, for people.
-QString wordListing();

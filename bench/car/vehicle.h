@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "bench/drive/words.h"
+#include "bench/language/statement.h"
 
 #include <vector>
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 
-#include "bench/drive/words.h"
+#include "bench/language/words.h"
 
 #include "bench/board/boardlines.h"
 #include "bench/board/printable.h"
-#include "bench/drive/candump.h"
+#include "bench/language/candump.h"
+#include "bench/language/hints.h"
+#include "bench/language/seconds.h"
 
 #include <QDate>
 #include <QRegularExpression>
@@ -53,6 +55,8 @@ const Row kRows[] = {
      "it keeps the link's semaphore and lock, as one that is stopped within an exchange does"},
     {Verb::SetRendererFlag, kNoKind, "renderer heartbeat|turn-switch|initialised|slog on|off",
      "what it tells the controller, which looks once a second or when its record changes"},
+    {Verb::SetHeartbeat, kNoKind, "renderer heartbeat every SECONDS",
+     "how far its heartbeats are apart, real seconds; 0.2 at first"},
     {Verb::SetBus, kNoKind, "bus up|down", "the CAN interface; while it is down frames are lost"},
     {Verb::PressSwitch, kNoKind, "switch press|release",
      "the switch on the board; released at first"},
@@ -129,10 +133,10 @@ struct Form
 
 QStringList withoutOptions(const QString &pattern)
 {
-    const int open = pattern.indexOf('[');
+    const auto open = pattern.indexOf('[');
     if (open < 0)
         return {pattern};
-    const int close = pattern.indexOf(']', open);
+    const auto close = pattern.indexOf(']', open);
     const QStringList options = pattern.mid(open + 1, close - open - 1).split(" | ");
     QStringList result;
     for (const QString &rest : withoutOptions(pattern.mid(close + 1)))
@@ -190,25 +194,52 @@ bool isFrame(const QString &text)
     return readSentFrame(text, &frame).isEmpty();
 }
 
-const struct
+const struct Value
 {
     const char *name;
     bool (*fits)(const QString &text);
+    const char *range; ///< for people; empty where the name says it
 } kValues[] = {
-    {"SECONDS", isSeconds},
-    {"LOW", isSeconds},
-    {"HIGH", isSeconds},
-    {"NUMBER", [](const QString &text) { return isNumber(text, -999999999, 999999999); }},
-    {"SPEED", [](const QString &text) { return isNumber(text, 0, 255); }},
-    {"ANGLE", [](const QString &text) { return isNumber(text, -9999, 9999); }},
-    {"PERCENT", [](const QString &text) { return isNumber(text, 0, 100); }},
-    {"OUTPUT", isOutput},
-    {"HEX", [](const QString &text) { return isLike(text, "[0-9a-f]{8}"); }},
-    {"LEVELS", [](const QString &text) { return isLike(text, "[0-3]{6}"); }},
-    {"DATE", [](const QString &text) { return QDate::fromString(text, Qt::ISODate).isValid(); }},
-    {"TIME", [](const QString &text) { return QTime::fromString(text, "hh:mm").isValid(); }},
-    {"FRAME", isFrame},
+    {"SECONDS", isSeconds, "such as 2.5, without a unit"},
+    {"LOW", isSeconds, "such as 0.5"},
+    {"HIGH", isSeconds, "such as 2"},
+    {"NUMBER", [](const QString &text) { return isNumber(text, -999999999, 999999999); },
+     "whole, without a unit"},
+    {"SPEED", [](const QString &text) { return isNumber(text, 0, 255); },
+     "0 to 255, the car's own byte, without a unit"},
+    {"ANGLE", [](const QString &text) { return isNumber(text, -9999, 9999); },
+     "-9999 to 9999, without a unit"},
+    {"PERCENT", [](const QString &text) { return isNumber(text, 0, 100); },
+     "0 to 100, without a sign"},
+    {"OUTPUT", isOutput, ""}, // the board's lines tell
+    {"HEX", [](const QString &text) { return isLike(text, "[0-9a-f]{8}"); },
+     "8 digits in lower case, such as ff000000"},
+    {"LEVELS", [](const QString &text) { return isLike(text, "[0-3]{6}"); },
+     "six digits from 0 to 3, sensor 5 first"},
+    {"DATE", [](const QString &text) { return QDate::fromString(text, Qt::ISODate).isValid(); },
+     "such as 2023-11-16"},
+    {"TIME", [](const QString &text) { return QTime::fromString(text, "hh:mm").isValid(); },
+     "00:00 to 23:59"},
+    {"FRAME", isFrame, ""},
 };
+
+/// Null for a word.
+const Value *valueNamed(const QString &element)
+{
+    for (const Value &value : kValues)
+        if (element == value.name)
+            return &value;
+    return nullptr;
+}
+
+QString outputs()
+{
+    QStringList outputs;
+    for (const BoardLine &line : boardlines::kAll)
+        if (line.isOutput())
+            outputs << QStringLiteral("%1 %2").arg(line.number).arg(line.name);
+    return outputs.join(", ");
+}
 
 QString withoutMarks(QString pattern)
 {
@@ -219,9 +250,8 @@ bool fits(const QString &element, const Word &word)
 {
     if (element == "\"TEXT\"" || word.quoted)
         return element == "\"TEXT\"" && word.quoted && !word.text.isEmpty();
-    for (const auto &value : kValues)
-        if (element == value.name)
-            return value.fits(word.text);
+    if (const Value *value = valueNamed(element))
+        return value->fits(word.text);
     return withoutMarks(element).split('|').contains(word.text);
 }
 
@@ -240,13 +270,18 @@ int fittingElements(const Form &form, const QVector<Word> &words)
     return count;
 }
 
-QString splitWords(const QString &text, QVector<Word> *words)
+/// Up to a comment, which is cut off the text.
+QString splitWords(QString *text, QVector<Word> *words)
 {
     static const QRegularExpression pattern(R"("((?:[^"\\]|\\.)*)("?)(\S?)|(\S+))");
     static const QRegularExpression escape(R"(\\(.))");
-    auto matches = pattern.globalMatch(text);
+    auto matches = pattern.globalMatch(*text);
     while (matches.hasNext()) {
         const QRegularExpressionMatch match = matches.next();
+        if (match.captured().startsWith('#')) {
+            text->truncate(match.capturedStart());
+            return {};
+        }
         const bool isQuoted = match.capturedStart(1) >= 0;
         if (isQuoted && match.capturedLength(2) == 0)
             return "text without its closing quote";
@@ -260,27 +295,49 @@ QString splitWords(const QString &text, QVector<Word> *words)
     return {};
 }
 
-QString whatIsAllowed(const QVector<Word> &words, int fitting)
+/// What may stand behind the words that fit; empty for an end.
+QStringList allowedBehind(const QVector<Word> &words, int fitting)
 {
     QStringList allowed;
-    bool mayEnd = false;
-    for (const Form &form : forms()) {
-        if (fittingElements(form, words) < fitting)
-            continue;
-        if (form.elements.size() == fitting)
-            mayEnd = true;
-        else
-            allowed << withoutMarks(form.elements[fitting]);
-    }
+    for (const Form &form : forms())
+        if (fittingElements(form, words) >= fitting)
+            allowed << withoutMarks(form.elements.value(fitting));
     allowed.removeDuplicates();
-    // Only a frame can be wrong in more ways than one sees.
-    if (allowed == QStringList{"FRAME"} && fitting < words.size()) {
-        BusFrame frame;
-        return "a frame, but " + readSentFrame(words[fitting].text, &frame);
+    return allowed;
+}
+
+/// Each word once, a value with its range.
+QString listed(const QStringList &allowed)
+{
+    QStringList list, seen;
+    for (const QString &element : allowed) {
+        const Value *value = valueNamed(element);
+        const QString range = element == "OUTPUT" ? outputs() : value ? value->range : "";
+        QStringList choice = element.split('|');
+        for (const QString &word : seen)
+            choice.removeAll(word);
+        seen += choice;
+        if (!range.isEmpty())
+            list << QStringLiteral("%1 (%2)").arg(element, range);
+        else if (!choice.isEmpty() && !element.isEmpty())
+            list << choice.join('|');
     }
-    if (mayEnd)
-        allowed << "nothing more";
-    return allowed.join(", ");
+    if (allowed.contains(QString()))
+        list << "nothing more";
+    return list.join(", ");
+}
+
+/// What was probably meant instead of a word.
+QString meant(const QString &word, const QStringList &allowed)
+{
+    const bool isNumeric = std::any_of(allowed.begin(), allowed.end(), [](const QString &element) {
+        const Value *value = valueNamed(element);
+        return value != nullptr && value->fits("1");
+    });
+    const QString likely = isNumeric && !withoutUnit(word).isEmpty()
+                               ? withoutUnit(word)
+                               : nearestOf(word, allowed.join('|').split('|'));
+    return likely.isEmpty() ? QString() : QStringLiteral("; did you mean %1?").arg(likely);
 }
 
 QString misfit(const QVector<Word> &words)
@@ -290,10 +347,17 @@ QString misfit(const QVector<Word> &words)
         fitting = std::max(fitting, fittingElements(form, words));
     const auto quoted = [&words](int i) { return '\'' + printable(words[i].text) + '\''; };
     const QString where = fitting == 0 ? "the time" : quoted(fitting - 1);
-    const QString what =
-        fitting == words.size() ? "a word is missing" : quoted(fitting) + " is not allowed";
-    return QStringLiteral("%1 after %2; allowed there: %3")
-        .arg(what, where, whatIsAllowed(words, fitting));
+    const QStringList allowed = allowedBehind(words, fitting);
+    if (fitting == words.size())
+        return QStringLiteral("a word is missing after %1; allowed there: %2")
+            .arg(where, listed(allowed));
+    // Only a frame can be wrong in more ways than one sees.
+    BusFrame frame;
+    const QString list = allowed == QStringList{"FRAME"}
+                             ? "a frame, but " + readSentFrame(words[fitting].text, &frame)
+                             : listed(allowed) + meant(words[fitting].text, allowed);
+    return QStringLiteral("%1 is not allowed after %2; allowed there: %3")
+        .arg(quoted(fitting), where, list);
 }
 
 void fill(Statement *statement, const Form &form, const QVector<Word> &words)
@@ -320,10 +384,10 @@ void fill(Statement *statement, const Form &form, const QVector<Word> &words)
 
 } // namespace
 
-QString parseWords(const QString &text, Statement *statement)
+QString parseWords(QString text, Statement *statement)
 {
     QVector<Word> words;
-    QString fault = splitWords(text, &words);
+    QString fault = splitWords(&text, &words);
     if (!fault.isEmpty())
         return fault;
     for (const Form &form : forms()) {
@@ -336,15 +400,6 @@ QString parseWords(const QString &text, Statement *statement)
     return misfit(words);
 }
 
-bool parseSeconds(const QString &text, int64_t *us)
-{
-    static const QRegularExpression pattern("\\A(0*\\d{1,12})(?:\\.(\\d+))?\\z");
-    const QRegularExpressionMatch match = pattern.match(text);
-    const QString fraction = match.captured(2).left(6).leftJustified(6, '0');
-    *us = match.captured(1).toLongLong() * 1'000'000 + fraction.toLongLong();
-    return match.hasMatch();
-}
-
 QString wordListing()
 {
     QString listing;
@@ -352,6 +407,8 @@ QString wordListing()
         listing += QStringLiteral("at SECONDS %1\n").arg(withoutMarks(row.pattern));
         if (*row.meaning)
             listing += QStringLiteral("        %1\n").arg(row.meaning);
+        if (QString(row.pattern).contains("OUTPUT"))
+            listing += QStringLiteral("        OUTPUT: %1\n").arg(outputs());
     }
     return listing;
 }

@@ -1,22 +1,36 @@
 // SPDX-License-Identifier: MIT
 
-#include "bench/drive/player.h"
+#include "bench/playing/player.h"
 
-#include "bench/drive/facts.h"
-#include "bench/drive/summary.h"
+#include "bench/board/descriptor.h"
+#include "bench/board/printable.h"
+#include "bench/car/vehicle.h"
+#include "bench/drive/driveclock.h"
+#include "bench/judging/expectations.h"
+#include "bench/playing/failures.h"
 #include "bench/report/report.h"
+#include "bench/telling/facts.h"
+#include "bench/telling/summary.h"
+#include "bench/telling/whyteller.h"
 
 #include <QEventLoop>
 #include <QFileDevice>
+#include <QSocketNotifier>
+#include <QTimer>
 
+#include <algorithm>
+#include <limits>
 #include <poll.h>
 #include <sys/timerfd.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace {
 
 constexpr int kHousekeepingMs = 100;
-constexpr int kLogLinesShown = 20;
-constexpr int kColumns = 80;
+constexpr int kPowerOffMs = 100;  ///< of a board that loses its power
+constexpr int kSchemaVersion = 2; ///< of the facts
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
 int milliseconds(int64_t us)
@@ -36,11 +50,10 @@ public:
           mClock(how.speed),
           mTimeline(how.out, mClock, how.style),
           mFacts(mClock, how.json, how.report != nullptr),
-          mExpectations(mClock, drive.statements, [this](const Settled &settled) {
-              mFacts.addExpectation(settled, mClock.nowUs());
-              if (!settled.isHeld || mHow.style.isVerbose)
-                  mTimeline.note(mClock.nowUs(), "expect", settled.text, !settled.isHeld);
-          })
+          mIsLog(std::none_of(drive.statements.begin(), drive.statements.end(),
+                              [](const Statement &s) { return s.isOfVehicle(); })),
+          mExpectations(mClock, drive.statements,
+                        [this](const Settled &settled) { takeSettled(settled); })
     {
         connect(&mBoard, &Board::ready, this, &Player::onReady);
         connect(&mBoard, &Board::startFailed, this, &Player::onStartFailed);
@@ -61,7 +74,8 @@ public:
                        QStringLiteral("lasts %1 s and has %2 frames")
                            .arg(DriveClock::seconds(mDrive.endUs, 1))
                            .arg(mDrive.frames.size()));
-        mFacts.add(-1, "drive", mHow.name, DriveClock::seconds(mDrive.endUs));
+        mFacts.add(-1, "run", mHow.run["version"].toString(), kSchemaVersion, mHow.run);
+        mFacts.add(-1, "drive", mHow.name, double(mDrive.endUs) / 1e6);
         mFacts.addLines();
         for (const QString &remark : mDrive.remarks) {
             mTimeline.note(-1, "drive", remark);
@@ -104,6 +118,7 @@ private:
         if (mClock.isStarted())
             return; // another life of the board
         mClock.start();
+        mWhyTeller.tellNow(0); // as it is at the start
         onDeadline();
     }
 
@@ -112,7 +127,21 @@ private:
         if (mClock.isStarted())
             fail(reason);
         else
-            end(kNoBoard, reason);
+            endWithoutBoard(reason);
+    }
+
+    /// Of a real bus only the kernel knows, whom it would cost too much to ask for each frame.
+    void lookForLoss()
+    {
+        const quint64 lost = mBoard.bus().lost();
+        if (lost != std::exchange(mLost, lost))
+            mWhyTeller.takeLoss(mClock.nowUs());
+    }
+
+    void endWithoutBoard(const QString &reason)
+    {
+        mFacts.add(-1, "result", {}, "did not start: " + reason);
+        end(kNoBoard, reason);
     }
 
     void onHappened(const Fact &fact)
@@ -127,18 +156,24 @@ private:
         takeRecords();
         if (fact.kind == Fact::Kind::Log)
             writeLog(fact.subject);
+        else if (fact.kind == Fact::Kind::Renderer && !fact.subject.isEmpty())
+            writeLog("renderer: " + fact.subject);
         if (mIsFinished)
             return;
         const int64_t now = mClock.nowUs();
         const bool isOff = fact.kind == Fact::Kind::Power && fact.value == "off";
+        if (fact.kind == Fact::Kind::Frames)
+            mLostUs = now;
         const bool isForeseen = mExpectations.isAwaited(fact.kind, fact.value);
+        const QString because = mWhyTeller.take(fact, now);
         mFacts.take(fact, now);
-        mTimeline.take(fact, now);
+        mTimeline.take(fact, now, because);
+        mWhyTeller.follow(now);
         mExpectations.take(fact, now);
         if (isOff && !isForeseen)
             fail("power off was not expected");
         else if (isOff)
-            mPowerUp.start(0);
+            mPowerUp.start(kPowerOffMs);
         else if (now >= 0)
             setDeadline();
     }
@@ -150,7 +185,7 @@ private:
         const int64_t now = mClock.nowUs();
         for (const Fact &fact : mRecords) {
             mFacts.take(fact, now);
-            mTimeline.take(fact, now);
+            mTimeline.take(fact, now, {});
         }
         for (const Fact &fact : mRecords)
             mExpectations.take(fact, now);
@@ -161,52 +196,54 @@ private:
 
     void onDeadline()
     {
-        uint64_t expirations = 0;
-        [[maybe_unused]] const ssize_t ignored = read(mTimer, &expirations, sizeof expirations);
         if (mIsFinished)
             return;
-        playDue();
-        mExpectations.advance(mClock.nowUs());
-        setDeadline();
+        // One look at the clock for all of it: virtual time makes a system call of each.
+        const int64_t now = mClock.nowUs();
+        playDue(now);
+        mExpectations.advance(now);
+        setDeadline(); // and the timer is no longer readable
     }
 
     void onHousekeeping()
     {
         if (mIsFinished || isOutputBroken() || !mClock.isStarted())
             return;
+        lookForLoss();
+        mWhyTeller.follow(mClock.nowUs());
         mTimeline.advance(mClock.nowUs());
         mExpectations.advance(mClock.nowUs());
         showLive();
         if (!mFacts.fault().isEmpty())
-            fail("the facts: " + mFacts.fault());
+            stopUnwritten("the facts: " + mFacts.fault());
         endWhenQuiet();
     }
 
-    void playDue()
+    void playDue(int64_t now)
     {
-        int64_t now = mClock.nowUs();
         for (int64_t due = nextItemUs(); due <= now && !mIsFinished; due = nextItemUs()) {
             mWorstLatenessUs = std::max(mWorstLatenessUs, now - due);
             if (isStatementNext())
                 perform(mDrive.statements[mNextStatement++]);
             else
-                send(mDrive.frames[mNextFrame++]);
-            if (nextItemUs() > now)
-                now = mClock.nowUs();
+                send(mDrive.frames[mNextFrame++], now);
         }
     }
 
-    void send(const BusFrame &frame)
+    void send(const BusFrame &frame, int64_t now)
     {
         mBoard.sendFrame(frame);
-        mFacts.takeFrame(frame, mClock.nowUs());
+        mFacts.takeFrame(frame, now);
+        if (mIsLog)
+            mTimeline.takeFrame(frame, now);
+        mWhyTeller.takeFrame(frame, now);
         mWireUs += vehicle::wireUs(frame);
     }
 
     void perform(const Statement &statement)
     {
         if (!statement.isExpectation())
-            mFacts.add(mClock.nowUs(), "do", statement.text, {}, {{"line", statement.line}});
+            mFacts.add(mClock.nowUs(), "do", statement.text, "", {{"line", statement.line}});
         const QString &value = statement.value;
         const bool isOn = value == "on";
         switch (statement.verb) {
@@ -218,6 +255,8 @@ private:
             return mBoard.renderer().holdLink(value == "holds");
         case Verb::SetRendererFlag:
             return mBoard.renderer().setFlag(statement.subject, isOn);
+        case Verb::SetHeartbeat:
+            return mBoard.renderer().setHeartbeatPeriod(milliseconds(statement.spanUs));
         case Verb::SetBus:
             return mBoard.setBusUp(value == "up");
         case Verb::PressSwitch:
@@ -268,7 +307,7 @@ private:
         if (now - mLoadUs >= 1'000'000) {
             mLoad = 100 * std::exchange(mWireUs, 0) / mClock.driveUs(now - mLoadUs);
             mLoadUs = now;
-            mFacts.add(now, "load", {}, QString::number(mLoad));
+            mFacts.add(now, "load", {}, double(mLoad));
         }
         mTimeline.showLive(
             QStringLiteral("%1%2 of %3 s, bus %4 %, %5 of %6 expectations held, %7 failed")
@@ -277,7 +316,7 @@ private:
                 .arg(mLoad)
                 .arg(mExpectations.held())
                 .arg(mExpectations.asked())
-                .arg(mExpectations.failures().size()));
+                .arg(mExpectations.failed()));
     }
 
     void endWhenQuiet()
@@ -296,7 +335,7 @@ private:
         if (mIsFinished)
             return;
         mTimeline.note(mClock.nowUs(), "board", reason, true);
-        mFailures << "FAILED: " + reason;
+        mFailures.add(reason, 0, mClock.nowUs());
         finish(kFailed);
     }
 
@@ -305,9 +344,12 @@ private:
         const bool isExpected =
             std::any_of(mDrive.statements.begin(), mDrive.statements.end(),
                         [](const Statement &s) { return s.kind == Fact::Kind::Frames; });
-        const QString lost = "FAILED: %1 frames were lost, which the drive does not expect";
-        if (mBoard.bus().lost() > 0 && !isExpected)
-            mFailures << lost.arg(mBoard.bus().lost());
+        if (mBoard.bus().lost() == 0 || isExpected)
+            return;
+        QString text = "%1 frames were lost, which the drive does not expect";
+        if (mHow.speed > 1)
+            text += "; at --speed above 1 a controller may be too slow for the drive";
+        mFailures.add(text.arg(mBoard.bus().lost()), 0, mLostUs);
     }
 
     void finish(int code)
@@ -317,21 +359,23 @@ private:
         mDeadline.setEnabled(false);
         checkLost();
         const int64_t endUs = mClock.nowUs();
+        mWhyTeller.tellNow(endUs);
         mTimeline.end(endUs);
         mTimeline.showLive({});
         const QVector<Figure> figures =
             Summary{mBoard, mDrive, mClock, mTimeline, mExpectations, endUs, mWorstLatenessUs}
                 .figures();
-        mFailures = mExpectations.failures() + mFailures;
-        addEnd(figures, resultOf(code), endUs);
-        if (code <= 128 && !mFailures.isEmpty())
+        if (code <= 128 && !mFailures.all().empty())
             code = kFailed;
+        QString fault = addEnd(figures, resultOf(code), endUs);
+        if (!fault.isEmpty())
+            code = kUnwritten;
 
         mHow.out << '\n';
-        for (const auto &[what, value] : figures)
-            mHow.out << QStringLiteral("  %1 %2\n").arg(what, -22).arg(value);
-        if (!mFailures.isEmpty())
-            tellFailure();
+        for (const Figure &figure : figures)
+            mHow.out << QStringLiteral("  %1 %2\n").arg(figure.what, -22).arg(figure.text);
+        if (!mFailures.all().empty())
+            mFailures.tell(mHow.out, mTimeline);
         mHow.out << "\ndrive " << resultOf(code);
         if (code == kFailed && mHow.report)
             mHow.out << "; to look at it: " << mHow.reportName;
@@ -339,32 +383,36 @@ private:
         mHow.out.flush();
         // Nobody may take a run for held whose report was lost.
         if (!isOutputBroken())
-            end(code, {});
+            end(code, fault);
     }
 
     QString resultOf(int code) const
     {
-        return code > 128                                ? "interrupted"
-               : code == kFailed || !mFailures.isEmpty() ? "FAILED"
-               : mExpectations.asked() > 0               ? "held"
-                                                         : "played; nothing was expected of it";
+        return code > 128           ? "interrupted"
+               : code == kUnwritten ? "played; not all of it could be written"
+               : code == kFailed || !mFailures.all().empty() ? "FAILED"
+               : mExpectations.asked() > 0                   ? "held"
+                                                             : "played; nothing was expected of it";
     }
 
-    /// What is known only now ends the facts, and the report is made of them.
-    void addEnd(const QVector<Figure> &figures, const QString &result, int64_t us)
+    /// What is known only now ends the facts, and the report is made of them. The result comes
+    /// last: it is another one if something could not be written, which is returned.
+    QString addEnd(const QVector<Figure> &figures, const QString &result, int64_t us)
     {
-        if (mFacts.isLogCut())
-            mFacts.add(us, "remark", "the log is cut off here; --log and --json write all of it");
-        for (const auto &[what, value] : figures)
-            mFacts.add(us, "figure", what, value);
-        for (const QString &failure : mFailures)
-            mFacts.add(us, "failure", failure);
-        mFacts.add(us, "result", {}, result);
-        if (!mHow.report)
-            return;
-        const QByteArray page = reportPage(mFacts.kept());
-        if (mHow.report->write(page) != page.size())
-            mFailures << "FAILED: the report: " + mHow.report->errorString();
+        mFacts.addFigures(figures, us);
+        for (const Failures::Failure &failure : mFailures.all())
+            mFacts.addFailure(failure.text, failure.line, failure.us, us);
+        if (mUnwritten.isEmpty() && mHow.report) {
+            const QByteArray page = reportPage(mFacts.keptWith(us, result));
+            if (mHow.report->write(page) != page.size()) {
+                mUnwritten = mHow.reportName + ": " + mHow.report->errorString();
+                mHow.report->resize(0); // half a page is none
+            }
+        }
+        mFacts.add(us, "result", {}, mUnwritten.isEmpty() ? result : resultOf(kUnwritten));
+        if (mUnwritten.isEmpty() && !mFacts.fault().isEmpty())
+            mUnwritten = "the facts: " + mFacts.fault();
+        return mUnwritten;
     }
 
     void end(int code, const QString &fault)
@@ -374,14 +422,28 @@ private:
         mLoop.quit();
     }
 
-    void tellFailure()
+    void takeSettled(const Settled &settled)
     {
-        mHow.out << "\nThe last lines of the controller's log:\n";
-        for (const QString &line : mBoard.controller().lastLines(kLogLinesShown))
-            mHow.out << "  " << mTimeline.fitting(line, kColumns - 2) << '\n';
-        mHow.out << '\n';
-        for (const QString &failure : mFailures)
-            mHow.out << printable(failure, 1000) << '\n';
+        const int64_t now = mClock.nowUs();
+        mFacts.addExpectation(settled, now);
+        const bool isOfPicture = settled.kind == Fact::Kind::Picture;
+        if (!settled.isHeld)
+            mFailures.add(settled.text + (isOfPicture ? whyText() : QString()), settled.line, now);
+        if (!settled.isHeld || mHow.style.isVerbose)
+            mTimeline.note(
+                now, "expect",
+                settled.isHeld
+                    ? settled.text
+                    : QStringLiteral("FAILED (line %1): %2").arg(settled.line).arg(settled.text),
+                !settled.isHeld);
+    }
+
+    /// Of the moment.
+    QString whyText() const
+    {
+        const Why why = mWhyTeller.now(mClock.nowUs());
+        return QStringLiteral(" (%1)%2").arg(
+            why.because, why.unmet.isEmpty() ? QString() : ", and the other is not: " + why.unmet);
     }
 
     /// A full disk, or a reader that has left.
@@ -391,22 +453,32 @@ private:
         const bool isLeft = poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
         if (!isLeft && mHow.out.status() == QTextStream::Ok)
             return false;
-        end(kFailed, "standard output: " +
-                         (isLeft ? "nobody reads it any more" : mHow.out.device()->errorString()));
+        end(kUnwritten, "standard output: " + (isLeft ? "nobody reads it any more"
+                                                      : mHow.out.device()->errorString()));
         return true;
     }
 
     void writeLog(const QString &line)
     {
+        const int64_t now = mClock.nowUs();
+        mFailures.takeLine(line, now);
         if (!mHow.log)
             return;
-        const QByteArray text =
-            QStringLiteral("%1  %2\n").arg(mClock.column(mClock.nowUs()), line).toUtf8();
+        const QByteArray text = QStringLiteral("%1  %2\n").arg(mClock.column(now), line).toUtf8();
         if (mHow.log->write(text) == text.size())
             return;
         const QString error = mHow.log->errorString();
         mHow.log = nullptr;
-        fail("the log: " + error);
+        stopUnwritten("the log: " + error);
+    }
+
+    /// What cannot be written ends the drive, whose verdict nobody would know.
+    void stopUnwritten(const QString &reason)
+    {
+        if (mIsFinished)
+            return;
+        mUnwritten = reason;
+        finish(kUnwritten);
     }
 
     Board &mBoard;
@@ -415,7 +487,10 @@ private:
     DriveClock mClock;
     Timeline mTimeline;
     Facts mFacts;
+    const bool mIsLog; ///< of a vehicle that no words tell of
     Expectations mExpectations;
+    Failures mFailures{mHow.name, mClock};
+    WhyTeller mWhyTeller{mClock, mTimeline, mFacts};
     const Descriptor mTimer{timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)};
     QSocketNotifier mDeadline{mTimer, QSocketNotifier::Read};
     QTimer mHousekeeping;
@@ -427,8 +502,10 @@ private:
     int64_t mWorstLatenessUs = 0;
     int64_t mWireUs = 0; ///< how long frames have kept the bus since mLoadUs
     int64_t mLoadUs = 0;
-    int64_t mLoad = 0;     ///< percent
-    QStringList mFailures; ///< beside the expectations'
+    int64_t mLoad = 0;   ///< percent
+    quint64 mLost = 0;   ///< frames, at the last look
+    int64_t mLostUs = 0; ///< when the first frame was lost
+    QString mUnwritten;  ///< what could not be written, and why
     bool mIsFinished = false;
     Outcome mOutcome;
     QEventLoop mLoop;

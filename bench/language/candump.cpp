@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 
-#include "bench/drive/candump.h"
+#include "bench/language/candump.h"
 
 #include "bench/board/printable.h"
-#include "bench/drive/words.h"
+#include "bench/language/seconds.h"
 
 #include <QRegularExpression>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 
-#include "bench/drive/vehicle.h"
+#include "bench/car/vehicle.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -218,8 +218,8 @@ private:
         case Verb::SetRadar:
             return mRadar.set(us, value.toInt(nullptr, 8));
         case Verb::SetClock: {
-            const QDateTime time(QDate::fromString(statement.subject, Qt::ISODate),
-                                 QTime::fromString(value, "hh:mm"), Qt::UTC);
+            const QDateTime time =
+                QDateTime::fromString(statement.subject + 'T' + value + 'Z', Qt::ISODate);
             const int64_t atStart = time.toSecsSinceEpoch() - kBusSecondsBehind - us / 1'000'000;
             return mClock.set(us, static_cast<double>(atStart));
         }
@@ -307,8 +307,9 @@ private:
         default: // the clock
             break;
         }
-        const QDateTime time = QDateTime::fromSecsSinceEpoch(
-            static_cast<qint64>(mClock.at(us)) + us / 1'000'000, Qt::UTC);
+        const QDateTime time =
+            QDateTime::fromSecsSinceEpoch(static_cast<qint64>(mClock.at(us)) + us / 1'000'000)
+                .toUTC();
         const QDate date = time.date();
         return {byte(date.year() & 0xFF), byte(date.year() >> 8),   byte(date.month()),
                 byte(date.day()),         byte(time.time().hour()), byte(time.time().minute())};
