@@ -7,7 +7,7 @@
 
 const facts = document.getElementById("facts").textContent.split("\n").filter(line => line)
   .map(line => JSON.parse(line));
-facts.forEach(fact => { fact.at = fact.t || 0; }); // what came before drive time 0 stands there
+facts.forEach(fact => { fact.at = fact.t || 0; fact.value = String(fact.value); }); // what came before drive time 0 stands there
 const of = kind => facts.filter(fact => fact.kind === kind);
 const end = Math.max(0.1, d3.max(facts, fact => fact.at));
 const speedLimit = 15;
@@ -27,27 +27,19 @@ function steps(first, kinds) {
 
 const car = subject => steps("", {car: fact => fact.subject === subject ? fact.value : undefined});
 
-// Gear, turn light and the renderer's permission as the controller itself tells them.
-function reasons() {
-  let gear, light, isAllowed, isRendererThere, speed = 0;
-  const decide = () => {
-    const isLightOn = light === "LEFT" || light === "RIGHT";
-    return gear === "2" ? "R: rear view" : isLightOn && isAllowed === "true" ? "turn light"
-      : isLightOn ? "✗ light: " + (isRendererThere ? "not allowed" : "no renderer")
-      : speed > speedLimit ? "speed: above " + speedLimit : "";
-  };
-  return steps("", {
-    power: () => { gear = light = isAllowed = undefined; return decide(); },
-    renderer: fact => { isRendererThere = fact.value !== "ended"; return decide(); },
-    car: fact => { speed = fact.subject === "speed" ? Number(fact.value) : speed; return decide(); },
-    log: fact => {
-      const said = pattern => (pattern.exec(fact.subject) || [])[1];
-      gear = said(/CAN SIG GEAR .*change to: (\d+)/) || gear;
-      light = said(/CAN SIG LIGHT_STATUS .*change to: "\[(\w+)\]"/) || light;
-      isAllowed = said(/isTurnSwitchEnable +(true|false)/) || isAllowed;
-      return decide();
-    },
-  });
+// Of a comparison the page shows the drive with controller A, and picture and why with B too.
+const isCompared = of("B power").length > 0;
+const whose = side => side || (isCompared ? "A " : "");
+
+function picture(side) {
+  return band("picture", 42, steps("off", {[side + "power"]: fact => fact.value === "on" ? "PVM" : "off",
+    [side + "picture"]: fact => fact.value}), whose(side) + "picture");
+}
+
+// Why the picture is shown and, below a ✗, why the other is not, as the bench has read it.
+function why(side) {
+  return band("why", 30, steps("", {[side + "why"]: fact => fact.value + (fact.unmet ? "\n✗ " + fact.unmet : "")}),
+    whose(side) + "why");
 }
 
 function renderer() {
@@ -55,10 +47,12 @@ function renderer() {
   let isRunning = false;
   return steps("not running", {renderer: fact => {
     const [what, value] = fact.value.split(" ");
-    off[value === "off" ? "add" : "delete"](what);
-    isRunning = value ? isRunning : what === "started";
-    if (what === "started")
+    if (what === "started" || what === "ended") {
+      isRunning = what === "started";
       off.clear();
+    } else {
+      off[value === "off" ? "add" : "delete"](what);
+    }
     return isRunning ? ["running", ...off].join(", no ") : "not running";
   }});
 }
@@ -82,6 +76,13 @@ function lineLevel(line) {
 const seen = (items, at) => items.filter(item => item.at <= at);
 const isFedAt = at => of("watchdog").some(fact => fact.value === "fed" && fact.at <= at && at - fact.at < 2.5);
 
+// A radar that has seen nothing takes one row.
+function radar() {
+  const all = [5, 4, 3, 2, 1, 0].map(sensor => band("radar", 11, car("radar " + sensor), "radar " + sensor));
+  return all.some(lane => lane.steps.some(step => Number(step.value))) ? all
+    : [band("radar", 11, steps("", {}), "radar")];
+}
+
 // The lanes, from the top.
 
 const band = (name, height, list, title) =>
@@ -96,10 +97,13 @@ const mark = (fact, shape, label, detail) => ({at: fact.at, shape, label, detail
 const settled = of("expect").map(fact => Object.assign({from: fact.asked}, fact.value === "held"
   ? mark(fact, "circle", "", `line ${fact.line}: ${fact.text}`)
   : mark(fact, "cross", fact.subject, `line ${fact.line}: ${fact.text}`)));
+const differences = of("difference").map(fact => mark(fact, fact.value === "A" ? "triangle-up" : "triangle-down",
+  fact.value, `only with ${fact.value}: ${fact.subject}`));
 const isFailed = item => item.shape === "cross";
 const lanes = [
-  band("picture", 42, steps("off", {power: fact => fact.value === "on" ? "PVM" : "off", picture: fact => fact.value})),
-  band("why", 30, reasons()),
+  picture(""),
+  why(""),
+  ...(isCompared ? [picture("B "), why("B "), marks("differences", 2, differences)] : []),
   marks("drive", 4, of("do").map(fact =>
     mark(fact, "triangle-down", fact.subject, `line ${fact.line}: ${fact.subject}`))),
   band("gear", 16, car("gear")),
@@ -108,12 +112,13 @@ const lanes = [
   band("renderer", 18, renderer()),
   curve("speed", 54, car("speed"), "speed", 20, [speedLimit]),
   curve("angle", 44, car("angle"), "steering angle", 100, [0]),
-  ...[5, 4, 3, 2, 1, 0].map(sensor => band("radar", 11, car("radar " + sensor), "radar " + sensor)),
+  ...radar(),
   marks("commands", 2, of("command").map(fact => Object.assign({until: fact.at + Number(fact.value)},
-    mark(fact, "square", fact.subject.replace("/etc/set_t840", ""), `${fact.subject}, takes ${fact.value} s`)))),
+    mark(fact, "square", fact.subject.replace("/etc/set_t840", ""), `${fact.subject}, takes ${fact.value} s`),
+    {short: fact.subject.split(" ").pop()}))),
   marks("watchdog", 1, of("watchdog").map(fact => fact.value === "fed" ? mark(fact, "diamond", "", "watchdog fed")
     : mark(fact, "square", fact.value, "watchdog " + fact.value)), at => isFedAt(at) ? "fed" : "not fed"),
-  marks("expectations", 2, settled, at => `${seen(settled, at).length} settled, ✗ `
+  marks("expectations", 2, settled, at => `${seen(settled, at).length} ✗`
     + seen(settled, at).filter(isFailed).length),
   band("power", 14, steps("off", {power: fact => fact.value})),
   band("bus", 14, steps("down", {power: fact => fact.value === "off" ? "down" : undefined,
@@ -155,11 +160,11 @@ function drawBands(lane) {
   const pieces = lane.steps.map((step, i) => ({value: step.value, from: x(step.at), to: x(ends[i].at)}))
     .filter(piece => piece.value && piece.value !== "0" && piece.to > Math.max(0, piece.from) && piece.from < width);
   const bands = lane.content.selectAll(".band").data(pieces).enter().append("g").attr("class", "band")
-    .classed("hatched", piece => /✗|not running|^off$/.test(piece.value)).attr("data-value", piece => piece.value);
+    .classed("hatched", piece => /✗|not running|^off$|^\?$/.test(piece.value)).attr("data-value", piece => piece.value);
   bands.each(function (piece) {
     const from = Math.max(0, piece.from) + 4, to = Math.min(width, piece.to);
     d3.select(this).append("rect").attr("x", from - 4).attr("width", Math.max(1, to - from + 4)).attr("height", lane.height);
-    piece.value.split(": ").forEach((line, i, all) => d3.select(this).append("text").text(cut(line, to - from, 5.6))
+    piece.value.split("\n").forEach((line, i, all) => d3.select(this).append("text").text(cut(line, to - from, 5.6))
       .attr("x", from).attr("y", lane.height / 2 + 4 + (i - (all.length - 1) / 2) * 13));
   });
 }
@@ -186,9 +191,9 @@ function drawMarks(lane) {
     group.append("rect").attr("x", x(from)).attr("y", -1).attr("width", x(until) - x(from)).attr("height", 2);
     group.append("path").attr("d", d3.svg.symbol().type(item.shape).size(isFailed(item) ? 90 : 36))
       .attr("transform", `translate(${x(item.at)},0)` + (isFailed(item) ? "rotate(45)" : ""));
-    const next = lane.items[i + lane.rows];
-    group.append("text").attr("x", x(item.at) + 7).attr("y", 4)
-      .text(cut(item.label, (next ? x(next.at) : width) - x(item.at) - 14));
+    const next = lane.items[i + lane.rows], room = (next ? x(next.at) : width) - x(item.at) - 14;
+    const label = item.short && cut(item.label, room) !== item.label ? item.short : item.label;
+    group.append("text").attr("x", x(item.at) + 7).attr("y", 4).text(cut(label, room));
   });
 }
 
@@ -204,6 +209,9 @@ function showCursor(at = now) {
   cursor.style("display", x(now) >= 0 && x(now) <= width ? null : "none").classed("held", isHeld)
     .attr("transform", `translate(${x(now)},0)`).select("text").text(seconds(now));
   lanes.forEach(lane => lane.reading.text(cut(lane.read(now), left - 22 - lane.title.length * 5.8, 7)));
+  const reason = seen(of("why"), now).pop() || {subject: "", value: "", unmet: ""};
+  document.getElementById("why").textContent = `${seconds(now)} s: ${reason.subject}, ${reason.value}.`
+    + (reason.unmet ? ` ✗ Not ${reason.subject === "PVM" ? "DA" : "PVM"}: ${reason.unmet}.` : "");
   const current = seen(log, now).length - 1, box = document.getElementById("log");
   entries.classed("now", (fact, i) => i === current);
   box.scrollTop = (entries[0][current] || {offsetTop: 0}).offsetTop - box.clientHeight / 2;
@@ -216,6 +224,13 @@ function goTo(at) {
   showCursor(at);
   if (now < from || now > to)
     view(now - (to - from) / 2, now + (to - from) / 2);
+}
+
+const failures = of("failure").map(fact => fact.settled).concat(of("difference").map(fact => fact.at))
+  .sort((a, b) => a - b);
+function goToFailure(at) {
+  if (at !== undefined)
+    goTo(at);
 }
 
 function choose(item) {
@@ -255,14 +270,17 @@ document.title = name + ": " + result;
 d3.select("#name").text(name);
 d3.select("#result").text({FAILED: "✗ ", held: "✓ "}[result] || "").classed("failed", result === "FAILED")
   .append("span").text(result);
-["failure", "remark"].forEach(kind => fill(`#${kind}s`, kind, "li").text(fact => fact.subject));
+fill("#remarks", "remark", "li").text(fact => fact.subject);
+fill("#failures", "failure", "li").append("a").attr("href", "#why").text(fact => fact.subject)
+  .on("click", fact => { d3.event.preventDefault(); goTo(fact.settled); });
 const figures = fill("#figures", "figure", "div");
-figures.append("dt").text(fact => fact.subject);
-figures.append("dd").text(fact => fact.value);
+figures.append("dt").text(fact => fact.subject.replace(/_/g, " "));
+figures.append("dd").text(fact => Number(Number(fact.value).toFixed(3)));
 const log = of("log");
 const entries = fill("#log", "log", "li").on("click", fact => goTo(fact.at));
 entries.append("time").text(fact => fact.t === null ? "boot" : seconds(fact.at));
 entries.append("span").text(fact => fact.subject);
+entries.classed("cut", fact => fact.cut);
 
 // Mouse and keys.
 
@@ -285,13 +303,19 @@ d3.select(document).on("keydown", () => {
     PageDown: () => view(from + span / 2, to + span / 2),
     ArrowLeft: () => goTo(now - span / 100),
     ArrowRight: () => goTo(now + span / 100),
+    n: () => goToFailure(failures.find(at => at > now)),
+    p: () => goToFailure(failures.filter(at => at < now).pop()),
   };
+  // The log scrolls by itself while it has the focus.
+  if (d3.event.target.id === "log" && /Page|Arrow/.test(d3.event.key))
+    return;
   if (!keys[d3.event.key] || d3.event.ctrlKey || d3.event.metaKey || d3.event.altKey)
     return;
   d3.event.preventDefault();
   keys[d3.event.key]();
 });
+d3.select("#with-log").on("change", function () { document.body.classList.toggle("with-log", this.checked); });
 d3.select(window).on("resize", layOut);
-now = (settled.find(isFailed) || {at: 0}).at;
+now = failures.length ? failures[0] : d3.sum(of("run"), fact => fact.opens_at || 0);
 layOut();
 })();
