@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include "bench/board/busframe.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+/// One line of a journal. Times are microseconds.
+struct JournalLine
+{
+    int64_t us = 0;            ///< on a clock that nobody sets, from the first line on
+    int64_t wallUs = 0;        ///< since 1970, as the board's clock was then; 0 if the log has none
+    bool isControllers = true; ///< else the service manager's, about the controller
+    QString text;
+};
+
+/// A stretch in which nobody set the clock.
+struct ClockStretch
+{
+    int64_t firstUs;  ///< the first line's time
+    int64_t offsetUs; ///< wall clock minus that time
+};
+
+struct Journal
+{
+    std::vector<JournalLine> lines;
+    std::vector<ClockStretch> stretches; ///< none without wall-clock stamps
+    QStringList remarks;                 ///< what a reader should know
+
+    /// The time of a wall-clock stamp that comes behind one of @p afterUs; a clock that is set back
+    /// shows each stamp twice.
+    int64_t timeOf(int64_t wallUs, int64_t afterUs = std::numeric_limits<int64_t>::min()) const;
+};
+
+/**
+ * Reads what `journalctl -u pvm-controller -o json` or `-o short-unix` wrote, the bench's own
+ * --log, or a bare log of the controller without times, whose lines then stand 10 ms apart. Lines
+ * of other units are left out. Returns what is wrong, or an empty text.
+ */
+QString readJournal(const QString &path, Journal *journal);
+
+/// Reads the frames of a channel as `candump -L` wrote them, with their times on the journal's
+/// clock and in BusFrame::stampUs.
+QString readFrames(const QString &path, const QString &channel, Journal *journal,
+                   std::vector<BusFrame> *frames);
