@@ -21,17 +21,17 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
 
-    // The record has to be there before the link's thread is.
-    DeviceDatasManager::self();
     SharedMemoryControl link(false, nullptr);
     link.setIsTurnSwitchEnable(true); // a turn light may bring the picture up
     link.setIsAVMInited(true);        // pictures can be shown
 
-    // Without a heartbeat the controller takes the renderer for dead and the board is reset. Beat
-    // from the loop that draws, so that a picture that stands still is noticed.
-    QTimer heartbeat;
-    QObject::connect(&heartbeat, &QTimer::timeout, [&link] { link.updatemAVMRunCount(); });
-    heartbeat.start(500);
+    // Stands for the loop that draws. Without a heartbeat the controller takes the renderer for
+    // dead and the board is reset: one with each frame, so that a picture that stands still is
+    // noticed, and at least every 200 ms, since under a turning wheel the controller waits no
+    // longer than 500.
+    QTimer frame;
+    QObject::connect(&frame, &QTimer::timeout, [&link] { link.updatemAVMRunCount(); });
+    frame.start(40);
 
     // Announced on the link's thread; drawing belongs to this one.
     QObject::connect(DeviceDatasManager::self().data(),
