@@ -4,12 +4,10 @@
 
 # Installs what an ARM64 build needs beside the machine's own packages, the emulator included.
 install_arm64_packages() {
-    local sudo=()
     if ! dpkg --print-foreign-architectures | grep -qx arm64; then
-        [ "$(id -u)" -eq 0 ] || sudo=(sudo)
         echo "Adding the foreign architecture arm64"
-        "${sudo[@]}" dpkg --add-architecture arm64
+        as_root dpkg --add-architecture arm64
     fi
-    install_packages crossbuild-essential-arm64 qtbase5-dev:arm64 libqt5serialbus5-dev:arm64 \
-        qemu-user-static
+    install_packages crossbuild-essential-arm64 qtbase5-dev libqt5serialbus5-dev \
+        qtbase5-dev:arm64 libqt5serialbus5-dev:arm64 qemu-user-static
 }

@@ -3,23 +3,25 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# What the controller, the bench and the tests are built with and run on.
-packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libqt5serialbus5-plugins
-          bubblewrap libjs-d3)
+# What the controller, the bench and the tests are built with and run on, beside Qt.
+packages=(g++ cmake ninja-build bubblewrap proot libjs-d3)
+qt5_packages=(qtbase5-dev libqt5serialbus5-dev libqt5serialbus5-plugins)
+qt6_packages=(qt6-base-dev qt6-serialbus-dev)
 
 fail() {
     echo "${0##*/}: $*" >&2
     exit 1
 }
 
-# BUILD_DIR may stand in the environment or among the arguments; a relative one is taken from the
-# current directory.
+# BUILD_DIR and QT may stand in the environment or among the arguments; a relative folder is taken from
+# the current directory.
 read_arguments() {
     local argument
     for argument in "$@"; do
         case $argument in
         BUILD_DIR=?*) BUILD_DIR=${argument#BUILD_DIR=} ;;
-        *) fail "unknown argument '$argument' (BUILD_DIR=FOLDER is understood)" ;;
+        QT=[56]) QT=${argument#QT=} ;;
+        *) fail "unknown argument '$argument' (BUILD_DIR=FOLDER and QT=5 or QT=6 are understood)" ;;
         esac
     done
     build=$(realpath -m "${BUILD_DIR:-$root/build}")
@@ -34,29 +36,68 @@ is_installed() {
         grep -qE "^install ok installed (${architecture:-$(dpkg --print-architecture)|all})\$"
 }
 
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    else
+        command -v sudo >/dev/null || fail "not root and no sudo: run '$*' first"
+        sudo "$@"
+    fi
+}
+
+# quiet_apt ARGUMENT...: apt-get, whose words only show when it fails. Another apt that is at work is
+# waited for, up to five minutes.
+quiet_apt() {
+    local log tries
+    log=$(mktemp)
+    for tries in {1..60}; do
+        if as_root env DEBIAN_FRONTEND=noninteractive apt-get "$@" >"$log" 2>&1 </dev/null; then
+            rm -f "$log"
+            return
+        fi
+        grep -q 'Could not get lock' "$log" || break
+        [ "$tries" -gt 1 ] || echo "Waiting for another apt to end"
+        sleep 5
+    done
+    tail -n 20 "$log" >&2
+    rm -f "$log"
+    fail "apt-get failed: $*"
+}
+
+# Settles QT where nobody has said it: the version that is installed, else 5, which is the board's, unless
+# this Debian has its SerialBus no more.
+choose_qt() {
+    if [ -n "${QT:-}" ]; then
+        return
+    elif is_installed libqt5serialbus5-dev; then
+        QT=5
+    elif is_installed qt6-serialbus-dev; then
+        QT=6
+    else
+        quiet_apt update
+        QT=6
+        ! apt-cache show libqt5serialbus5-dev >/dev/null 2>&1 || QT=5
+    fi
+}
+
 # Installs what is missing among the given Debian packages; without anything missing it is quick
 # and asks for no privilege.
 install_packages() {
-    local missing=() package sudo=()
+    local missing=() package
     for package in "$@"; do
         is_installed "$package" || missing+=("$package")
     done
     [ ${#missing[@]} -eq 0 ] && return
     echo "Installing packages: ${missing[*]}"
-    if [ "$(id -u)" -ne 0 ]; then
-        command -v sudo >/dev/null || fail "not root and no sudo: install ${missing[*]} first"
-        sudo=(sudo)
-    fi
-    local log
-    log=$(mktemp)
-    if ! { "${sudo[@]}" apt-get update &&
-        "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
-            apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
-        tail -n 20 "$log" >&2
-        rm -f "$log"
-        fail "apt-get could not install ${missing[*]}"
-    fi
-    rm -f "$log"
+    quiet_apt update
+    quiet_apt install -y --no-install-recommends "${missing[@]}"
+}
+
+# What a build needs, and the given packages.
+install_build_packages() {
+    choose_qt
+    local of_this_qt="qt${QT}_packages[@]"
+    install_packages "${packages[@]}" "${!of_this_qt}" "$@"
 }
 
 # Configures once and builds what has changed. Further arguments go to cmake's configuration.
@@ -64,7 +105,7 @@ build_all() {
     echo "Building in $build"
     local log=$build/configure.log
     mkdir -p "$build"
-    if ! cmake -S "$root" -B "$build" -G Ninja "$@" >"$log" 2>&1; then
+    if ! cmake -S "$root" -B "$build" -G Ninja -DPVM_QT="$QT" "$@" >"$log" 2>&1; then
         tail -n 20 "$log" >&2
         fail "cmake could not configure; all of its words are in $log"
     fi
