@@ -3,6 +3,7 @@
 // Any bytes as a drive, and as the words of one line.
 
 #include "bench/drive/drivefile.h"
+#include "bench/language/words.h"
 #include "fuzz/check.h"
 
 #include <QRegularExpression>
@@ -27,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
     check(write(file, bytes, size) == static_cast<ssize_t>(size) && lseek(file, 0, SEEK_SET) == 0,
           "no file");
     Drive drive;
-    const QString fault = readDrive(file, "drive", "can0", &drive);
+    const QString fault = readDrive(file, "drive", {}, &drive);
     close(file);
     check(!fault.isEmpty() || !drive.frames.empty() || !drive.statements.empty(),
           "a drive with nothing to play");

@@ -7,6 +7,7 @@
 #include "tests/seam/effects.h"
 #include "tests/seam/stories.h"
 
+#include <QProcess>
 #include <QtTest>
 
 #include <cerrno>
@@ -30,7 +31,7 @@ private Q_SLOTS:
     void monitor_data() { stories::load("monitor"); }
     void monitor() { playSerdes("^open .*value O_RDONLY|^close$|Failed get GPIO"); }
     void registers_data() { stories::load("registers"); }
-    void registers() { playSerdes("^close$"); }
+    void registers();
 
 private:
     static void playSerdes(const QString &ignored);
@@ -88,6 +89,12 @@ void TestBoard::watchdog()
                    {"allow", [&](Args w) { watchdog.setWdgFeedOnOff(w[0] == "on"); }},
                    {"renderer", [&](Args w) { watchdog.on_avmstopslot(w[0] == "stopped"); }},
                    {"is-on", [&](Args) { effects::add(watchdog.getIsIntWdgOn() ? "yes" : "no"); }},
+                   {"child-has-it",
+                    [](Args) {
+                        const QString path =
+                            QStringLiteral("/proc/self/fd/%1").arg(effects::lastOpened);
+                        effects::add(QProcess::execute("test", {"-e", path}) == 0 ? "yes" : "no");
+                    }},
                    {"feed", [&](Args) { watchdog.on_WDTTimerOut(); }},
                    {"feeds", [&](Args w) {
                         for (int i = 0; i < w.number(); ++i)
@@ -121,6 +128,12 @@ void TestBoard::simutouch()
          {"touch",
           [&](Args w) { touch->touchemit(w.number(0, 16), w.number(1, 16), w.number(2, 16)); }},
          {"destroy", [&](Args) { touch.reset(); }}});
+}
+
+void TestBoard::registers()
+{
+    playSerdes("^close$");
+    QCOMPARE(effects::openPipes, 0);
 }
 
 static QString valueFile(const QString &line)

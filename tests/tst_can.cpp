@@ -60,6 +60,11 @@ void TestCan::caninterface()
           }},
          {"disconnect", [](Args) { fakecan::device->disconnectDevice(); }},
          {"close", [&](Args) { can->closeCANDevice(); }},
+         {"lose-device",
+          [&](Args) {
+              delete can->mCanDevice;
+              can->mCanDevice = nullptr;
+          }},
          {"state",
           [&](Args) {
               effects::add(QStringLiteral("index %1 status %2 device %3 filters %4")

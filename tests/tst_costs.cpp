@@ -113,8 +113,10 @@ void TestCosts::frames()
         for (const quint32 id : {0x681AA02, 0x4812501})
             batch.append(QCanBusFrame(id, QByteArray(8, static_cast<char>(round % 10 + 1))));
         const int count = allocationsOf(1, [&] { gDevice->enqueueReceivedFrames(batch); });
-        if (round >= 10)        // by then the gear is accepted, and what is logged once has been
-            QCOMPARE(count, 1); // the device's queue, which is Qt's
+        // By then the gear is accepted, and what is logged once has been. The device's queue is
+        // Qt's; Qt 6 keeps what it has allocated for it.
+        if (round >= 10)
+            QVERIFY2(count <= 1, qPrintable(QString::number(count)));
     }
 }
 

@@ -72,7 +72,7 @@ void TestDeviceData::record()
          {"receive", [&](Args) { effects::add(manager.handleRcvDataChanged()); }},
          {"take", [&](Args w) {
               const QByteArray bytes = QByteArray::fromHex(w[0].toLatin1());
-              manager.charArrayToStruct(bytes.constData(), bytes.size());
+              manager.charArrayToStruct(bytes.constData(), static_cast<int>(bytes.size()));
           }}});
 }
 

@@ -9,12 +9,12 @@
 #include <linux/can.h>
 
 /// Reads a drive's text from a file, as the bench does.
-static QString parse(const QByteArray &text, Drive *drive)
+static QString parse(const QByteArray &text, Drive *drive, const LogCut &cut = {})
 {
     QTemporaryFile file;
     if (!file.open() || file.write(text) != text.size() || !file.seek(0))
         return "no temporary file";
-    return readDrive(file.handle(), "d", "can0", drive);
+    return readDrive(file.handle(), "d", cut, drive);
 }
 
 class TestDriveFile : public QObject
@@ -59,9 +59,21 @@ private Q_SLOTS:
              "a word is missing after 'bus'; allowed there: load, asleep|awake, up|down"},
             {"at 1 gear R", "a drive plays a log or a vehicle of words, not both: see line 1"},
             {"at 1 gear X", "'X' is not allowed after 'gear'; allowed there: P|R|N|D|undefined"},
-            {"at 1 speed 256", "'256' is not allowed after 'speed'; allowed there: SPEED"},
+            {"at 1 speed 256",
+             "'256' is not allowed after 'speed'; allowed there: SPEED (0 to 255, the car's"},
             {"at 1 speed -1", "'-1' is not allowed after 'speed'"},
-            {"at 1 bus load 101", "'101' is not allowed after 'load'"},
+            {"at 1 bus load 101", "'101' is not allowed after 'load'; allowed there: PERCENT (0 to "
+                                  "100, without a sign)"},
+            {"at 1 speed 20km/h", "'20km/h' is not allowed after 'speed'; allowed there: SPEED (0 "
+                                  "to 255, the car's own byte, without a unit); did you mean 20?"},
+            {"at 1 switch click 200ms", "'200ms' is not allowed after 'click'; allowed there: "
+                                        "SECONDS (such as 2.5, without a unit); did you mean 0.2?"},
+            {"at 1 renderer strat",
+             "'strat' is not allowed after 'renderer'; allowed there: start, kill, holds|lets-go, "
+             "heartbeat|turn-switch|initialised|slog; did you mean start?"},
+            {"at 1 acc On", "'On' is not allowed after 'acc'; allowed there: on|off, "
+                            "unreadable|readable; did you mean on?"},
+            {"at 1 gear X #", "'X' is not allowed after 'gear'; allowed there: P|R|N|D|undefined"},
             {"at 1 radar 000004", "'000004' is not allowed after 'radar'"},
             {"at 1 clock 2023-02-29 20:34", "'2023-02-29' is not allowed after 'clock'"},
             {"at 1 clock 2023-02-28 24:00", "'24:00' is not allowed after '2023-02-28'"},
@@ -69,16 +81,19 @@ private Q_SLOTS:
              "'413#0' is not allowed after 'frame'; allowed there: a frame, but "
              "odd number of hex digits in the data"},
             {"at 1 frame 413#R", "'413#R' is not allowed after 'frame'"},
-            {"  can0  413   [1]  00", "unknown word 'can0'; a line begins with '('"},
+            {"  can0  413   [1]  00",
+             "written by candump without times: try candump -L can0 >FILE"},
             {"(5.0)  can0  413   [1]  00",
-             "no '#' in frame '413'; this looks like candump without"},
+             "written by candump -td (or -tz: then with = for +=): try awk"},
+            {"at 1 gear # R", "a word is missing after 'gear'"},
             {"at 1 end 2", "'2' is not allowed after 'end'; allowed there: nothing more"},
             {"at 1 expect picture", "a word is missing after 'picture'; allowed there: PVM|DA"},
             {"at 1 expect picture DA within x", "'x' is not allowed after 'within'"},
             {"at 1 expect command \"a", "text without its closing quote"},
             {"at 1 expect command \"a\"b", "no blank behind the closing quote"},
             {"at 1 expect command a", "'a' is not allowed after 'command'; allowed there: \"TEXT"},
-            {"at 1 expect gpio x 1", "'x' is not allowed after 'gpio'; allowed there: OUTPUT"},
+            {"at 1 expect gpio x 1",
+             "'x' is not allowed after 'gpio'; allowed there: OUTPUT (229 deserializer"},
             {"at 1 expect gpio 999 1", "'999' is not allowed after 'gpio'"},
             {"at 1 expect gpio 269 1", "'269' is not allowed after 'gpio'"},
             {"at 1 switch click", "a word is missing after 'click'; allowed there: SECONDS"},
@@ -95,7 +110,8 @@ private Q_SLOTS:
             {"at 1 pace 1 to 2", "this is for the whole drive and stands at 0"},
             {"at 0 expect watchdog unfed for 1\nat 0 board without watchdog",
              "nothing can be expected of a watchdog that the board has not"},
-            {"at 2 end\nat 1 end", ""},
+            {"at 1 end\nat 1 gear R", "3: nothing comes after 'end', in line 2"},
+            {"at 2 end\nat 1 end", "3: time runs backwards"},
         };
         for (const auto &row : rows)
             QTest::newRow(row.text) << QByteArray(row.text) << QString(row.fault);
@@ -109,7 +125,8 @@ private Q_SLOTS:
         QFETCH(QString, fault);
         Drive drive;
         const QString wrong = parse("(1.0) can0 413#00\r\n" + text + '\n', &drive);
-        const QString expected = fault.isEmpty() ? "d:3: time runs backwards" : "d:2: " + fault;
+        // The fault is in line 2, that of the text, unless it says so.
+        const QString expected = (fault.startsWith("3: ") ? "d:" : "d:2: ") + fault;
         QVERIFY2(wrong.startsWith(expected), qPrintable(wrong));
         QVERIFY(!wrong.contains('\n'));
     }
@@ -121,15 +138,96 @@ private Q_SLOTS:
             {"#\n(1.0) can1 413#\n",
              "d:2: no frame of channel can0 (seen: can1; --channel can1 plays it)"},
             {"(1.0) can0 413#R\n", "d:1: channel can0 has only CAN FD and remote frames"},
-            {"\x1f\x8b\x08", "d:1: packed with gzip; play it with: zcat FILE | pvm-bench play -"},
-            {"\xef\xbb\xbf(1.0) can0 413#", "d:1: begins with a byte-order mark; save it without"},
             {"at 1 gear R\n(1.0) can0 413#\n",
              "d:2: a drive plays a log or a vehicle of words, not both: see line 1"},
         };
         Drive drive;
         for (const auto &row : rows)
             QCOMPARE(parse(row[0], &drive), QString(row[1]));
-        QCOMPARE(readDrive(open("/", O_RDONLY), "/", "can0", &drive), QString("/: Is a directory"));
+        QCOMPARE(readDrive(open("/", O_RDONLY), "/", {}, &drive), QString("/: Is a directory"));
+    }
+
+    /// A broken line, frames that are out of order, a clock that was set back and forth.
+    void tolerates()
+    {
+        LogCut cut;
+        cut.isTolerant = true;
+        const QByteArray log = "(100.0) can0 1#\n(100.0) can0 413#\n(100.1) can1 413#\n"
+                               "(100.5) can0 413#\n(100.499999) can0 414#\n(9.0) can0 415#\n"
+                               "(1700000000.0) can0 416#\nrubbish\n(1700000000.5) can0 417#\n";
+        Drive drive;
+        QCOMPARE(parse(log, &drive).left(20), QString("d:1: identifier '1' "));
+        QCOMPARE(parse(log, &drive, cut), QString());
+        QStringList times;
+        for (const BusFrame &frame : drive.frames)
+            times << QString::number(drive.timeOf(frame));
+        QCOMPARE(times.join(' '), QString("0 500000 500000 1500000 2500000 3000000"));
+        QVERIFY(drive.remarks.join(';').startsWith(
+            "line 1 is left out: identifier '1' has not 3 or 8 hex digits;"
+            "line 5: time stamp runs backwards by 0.000001 s from line 4;"
+            "line 6: time stamp runs backwards by 91.500000 s from line 5;"
+            "line 7: time stamp runs on by "));
+        QVERIFY(parse("(1.0) can0 413#\nat 1 gera R\n", &drive, cut).startsWith("d:2: 'gera'"));
+    }
+
+    /// Frames at 0, 10, 11 and 30 s with `at` lines before, in and behind the gaps.
+    void cuts_data()
+    {
+        QTest::addColumn<int>("from");
+        QTest::addColumn<int>("to");
+        QTest::addColumn<int>("gap");
+        QTest::addColumn<QString>("frames");
+        QTest::addColumn<QString>("statements");
+        QTest::newRow("whole") << 0 << 99 << 99 << "0 10 11 30"
+                               << "0 5 11 20 40";
+        QTest::newRow("from") << 10 << 99 << 99 << "0 1 20"
+                              << "0 1 10 30";
+        QTest::newRow("behind a frame") << 11 << 99 << 99 << "0 19"
+                                        << "0 0 9 29";
+        QTest::newRow("to") << 0 << 11 << 99 << "0 10 11"
+                            << "0 5 11";
+        QTest::newRow("gaps") << 0 << 99 << 2 << "0 2 3 5"
+                              << "0 2 3 5 15";
+        QTest::newRow("gap as long as one") << 0 << 99 << 10 << "0 10 11 21"
+                                            << "0 5 11 20 31";
+        QTest::newRow("all") << 5 << 30 << 3 << "3 4 7"
+                             << "0 0 4 7";
+    }
+
+    void cuts()
+    {
+        QFETCH(int, from);
+        QFETCH(int, to);
+        QFETCH(int, gap);
+        LogCut cut;
+        cut.fromUs = int64_t{from} * 1'000'000;
+        cut.toUs = int64_t{to} * 1'000'000;
+        cut.longestGapUs = int64_t{gap} * 1'000'000;
+        Drive drive;
+        QCOMPARE(parse("at 0 pace 1 to 2\nat 5 bus up\nat 11 bus up\nat 20 bus up\nat 40 "
+                       "end\n(7.0) can0 413#\n"
+                       "(17.0) can0 413#\n(18.0) can0 413#\n(37.0) can0 413#\n",
+                       &drive, cut),
+                 QString());
+        QStringList frames, statements;
+        for (const BusFrame &frame : drive.frames)
+            frames << QString::number(drive.timeOf(frame) / 1'000'000);
+        for (const Statement &statement : drive.statements)
+            statements << QString::number(statement.atUs / 1'000'000);
+        QTEST(frames.join(' '), "frames");
+        QTEST(statements.join(' '), "statements");
+    }
+
+    void refusesCuts()
+    {
+        LogCut cut;
+        cut.fromUs = 2;
+        Drive drive;
+        QCOMPARE(parse("(1.0) can0 413#\n(1.000001) can0 413#\n", &drive, cut),
+                 QString("d:2: no frame between --from and --to; the log lasts 0.000 s"));
+        QVERIFY(parse("at 1 gear R\n", &drive, cut).contains("are for logs"));
+        QVERIFY(parse("(1.0) can0 413#\n(50000.0) can0 413#\n(90000.0) can0 413#\n", &drive)
+                    .contains("a day at most; --from"));
     }
 
     void takesWhatCandumpLeavesBehind()
@@ -146,7 +244,7 @@ private Q_SLOTS:
                          "skipped; 1 frames of other channels are left out; 1 times candump told "
                          "of frames that it had lost; no frame has an identifier that the "
                          "controller knows"));
-        QCOMPARE(parse("(1.0) can0 413#\n", &drive), QString());
+        QCOMPARE(parse("\xef\xbb\xbf(1.0) can0 413#\n", &drive), QString());
         QVERIFY(drive.remarks.isEmpty());
     }
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 
-#include "bench/drive/expectations.h"
-#include "bench/drive/tickcounts.h"
+#include "bench/judging/expectations.h"
+#include "bench/judging/tickcounts.h"
+#include "bench/language/words.h"
 
 #include <QtTest>
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 
-#include "bench/drive/candump.h"
-#include "bench/drive/vehicle.h"
+#include "bench/car/vehicle.h"
+#include "bench/language/candump.h"
+#include "bench/language/words.h"
 
 #include <QtTest>
 

@@ -92,6 +92,7 @@ std::function<bool(const QByteArray &)> onWrite;
 QByteArray popenOutput;
 QDateTime now;
 int lastOpened = -1;
+int openPipes = 0;
 
 void reset()
 {
@@ -226,11 +227,13 @@ FILE *__wrap_popen(const char *command, const char *mode)
     fwrite(effects::popenOutput.constData(), 1, static_cast<size_t>(effects::popenOutput.size()),
            stream);
     rewind(stream);
+    ++effects::openPipes;
     return stream;
 }
 
 int __wrap_pclose(FILE *stream)
 {
+    --effects::openPipes;
     return fclose(stream);
 }
 

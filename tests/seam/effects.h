@@ -48,6 +48,7 @@ void fire(int ms);
 void setFile(const QString &path, const QByteArray &contents);
 
 extern int lastOpened; ///< descriptor of the last open in the tree
+extern int openPipes;  ///< popen() less pclose()
 
 /// What the seam answers instead of the kernel. Each is set back by reset().
 extern std::function<int(unsigned long request, void *argument)> onIoctl; ///< -1 sets errno EINVAL

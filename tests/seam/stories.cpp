@@ -53,7 +53,7 @@ QString effectsSeen(const QRegularExpression &ignored)
 QList<Step> stepsOf(const QString &text, int line)
 {
     static const QRegularExpression twoCounts("^(.*) (\\d+)\\+(\\d+)$");
-    const int arrow = text.indexOf(" -> ");
+    const auto arrow = text.indexOf(" -> ");
     QList<Step> steps;
     for (const QString &step : text.left(arrow).split("; ")) {
         const QRegularExpressionMatch match = twoCounts.match(step);
