@@ -32,7 +32,7 @@ namespace {
 
 const QString kFolder = QString(places::kBench) + '/';
 
-volatile sig_atomic_t gTold = 0; // the signal that the inner process was told
+volatile sig_atomic_t gToldInside = 0; // the signal that the inner process was told
 int gInside = -1;                // the socket to the inner process, for the signal handler
 
 // A root of its own, so that nothing of the host can be written and every mount point can be made.
@@ -143,7 +143,7 @@ QString readAll(int fd)
 void tellInside(int signal)
 {
     const int error = errno;
-    gTold = signal;
+    gToldInside = signal;
     const char number = static_cast<char>(signal);
     send(gInside, &number, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
     errno = error;
@@ -235,8 +235,8 @@ bool runInside(const QString &maker, const QStringList &arguments, int *code, QS
     TEMP_FAILURE_RETRY(waitpid(pid, &status, 0));
     *code = WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
     // One that was still reading its drive ends by another signal than it was told.
-    if (gTold != 0 && (*code > 128 || !isInside))
-        *code = 128 + gTold;
+    if (gToldInside != 0 && (*code > 128 || !isInside))
+        *code = 128 + gToldInside;
     if (!isInside)
         *fault = maker + ": " + readAll(said).remove(QRegularExpression("^" + maker + ": "));
     return isInside;
@@ -258,7 +258,7 @@ int sandbox::run(const QStringList &programs, bool hasRealCan, const QStringList
 
     int code = 0;
     if (runInside("bwrap", root.bubblewrapArguments() + rights + inside, &code, fault) ||
-        gTold != 0)
+        gToldInside != 0)
         return code;
     QTemporaryDir folder;
     const QString top = folder.path() + "/root";
@@ -267,7 +267,7 @@ int sandbox::run(const QStringList &programs, bool hasRealCan, const QStringList
     fprintf(stderr, "pvm-bench: %s; trying proot instead\n", qPrintable(*fault));
     const bool hasRun = runInside("proot", root.prootArguments(top) + inside, &code, &prootFault);
     removeSystemVObjects(top + "/tmp");
-    if (hasRun || gTold != 0)
+    if (hasRun || gToldInside != 0)
         return code;
     *fault = QStringLiteral("the sandbox cannot be made: %1; %2. Allow user namespaces, or ptrace "
                             "with proot installed")

@@ -6,7 +6,7 @@
 
 namespace {
 
-struct Kind
+struct ForeignForm
 {
     bool isFirstOnly;    ///< its first line tells, not any
     const char *pattern; ///< of the line's bytes, each taken for a character
@@ -16,7 +16,7 @@ struct Kind
 
 // In the forms of candump the data stand behind the length, two letters a byte; what comes after
 // them is text. Times since the frame before are added up.
-const Kind kKinds[] = {
+const ForeignForm kForms[] = {
     {true, R"(\A\x1f\x8b)", "packed with gzip", "zcat FILE | pvm-bench play -"},
     {true, R"(\A\xfd7zXZ)", "packed with xz", "xzcat FILE | pvm-bench play -"},
     {true, R"(\A\x28\xb5\x2f\xfd)", "packed with zstd", "zstdcat FILE | pvm-bench play -"},
@@ -49,9 +49,9 @@ const Kind kKinds[] = {
 QString foreignLog(const QByteArray &line, bool isFirst)
 {
     const QString text = QString::fromLatin1(line);
-    for (const Kind &kind : kKinds)
-        if ((isFirst || !kind.isFirstOnly) &&
-            QRegularExpression(kind.pattern).match(text).hasMatch())
-            return QStringLiteral("%1: try %2").arg(kind.what, kind.command);
+    for (const ForeignForm &form : kForms)
+        if ((isFirst || !form.isFirstOnly) &&
+            QRegularExpression(form.pattern).match(text).hasMatch())
+            return QStringLiteral("%1: try %2").arg(form.what, form.command);
     return {};
 }

@@ -12,8 +12,6 @@
 
 namespace {
 
-using Fate = Verdict::Fate;
-
 /// XML has no way to write the other control characters.
 QString clean(QString text)
 {
@@ -26,6 +24,7 @@ QString clean(QString text)
 /// What CI systems count a drive as; empty if it passed.
 QString elementOf(const Verdict &verdict)
 {
+    using Fate = Verdict::Fate;
     switch (verdict.fate) {
     case Fate::Failed:
         return "failure";
