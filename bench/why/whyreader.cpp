@@ -19,6 +19,7 @@ constexpr int64_t kUnheardUs = 100'000;  ///< so long may a frame be under way
 constexpr int64_t kScriptUs = 500'000;   ///< so long may a script take to begin
 constexpr int64_t kLossUs = 500'000;     ///< a loss counts for so long
 constexpr int64_t kToldUs = 90'000;      ///< a gear comes each 10 or 20 ms
+constexpr int kManyFrames = 20;          ///< in a row; more than any gear takes
 constexpr char kUnknown[] = "the log does not tell";
 
 QString at(int64_t us)
@@ -414,6 +415,9 @@ QString WhyReader::unmetLever(int64_t us) const
         return wish + whyUnheard(us);
     if (gear == "undefined")
         return wish + "no gear's code";
+    if (told.longest >
+        kManyFrames) // a controller that is stopped: a count that goes on says nothing
+        return wish + QStringLiteral("more than %1 in a row, not taken").arg(kManyFrames);
     return wish + QStringLiteral("at most %1 in a row").arg(told.longest) +
            (others.isEmpty() ? "" : ", " + others.join(", "));
 }
