@@ -136,9 +136,13 @@ void Board::run(const QString &command)
     shell->setProcessChannelMode(QProcess::MergedChannels);
     connect(shell, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
             [this, shell, command](int code, QProcess::ExitStatus status) {
+                const QByteArray said = shell->readAll().trimmed();
                 if (code != 0 || status != QProcess::NormalExit)
-                    Q_EMIT failed(QStringLiteral("run \"%1\" failed: %2")
-                                      .arg(command, printable(shell->readAll().trimmed())));
+                    Q_EMIT failed(
+                        QStringLiteral("run \"%1\" failed: %2").arg(command, printable(said)));
+                else if (!said.isEmpty())
+                    for (const QByteArray &line : said.split('\n'))
+                        Q_EMIT happened({Fact::Kind::Input, "run", printable(line)});
                 shell->deleteLater();
             });
     shell->start("/bin/sh", {"-c", command});

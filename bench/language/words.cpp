@@ -72,7 +72,9 @@ const Row kRows[] = {
     {Verb::SetScripts, kNoKind, "scripts failing|normal",
      "they end with an error and route nothing; or at once"},
     {Verb::RunCommand, kNoKind, "run \"TEXT\"",
-     "a shell command on the board, beside the controller; the drive fails if it does"},
+     "a shell command on the board, beside the controller; what it has printed is told, and the "
+     "drive "
+     "fails if it does"},
     {Verb::OmitWatchdog, kNoKind, "board without watchdog", "only at 0"},
     {Verb::RestartController, kNoKind, "board with service",
      "only at 0: the path is routed for PVM when a controller ends, and it is started again a "
