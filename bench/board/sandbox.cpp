@@ -33,7 +33,7 @@ namespace {
 const QString kFolder = QString(places::kBench) + '/';
 
 volatile sig_atomic_t gToldInside = 0; // the signal that the inner process was told
-int gInside = -1;                // the socket to the inner process, for the signal handler
+int gInside = -1;                      // the socket to the inner process, for the signal handler
 
 // A root of its own, so that nothing of the host can be written and every mount point can be made.
 void addSystem(SandboxRoot &root)
@@ -180,8 +180,9 @@ QList<QByteArray> children()
     return file.open(QIODevice::ReadOnly) ? file.readAll().split(' ') : QList<QByteArray>();
 }
 
-/// Without a PID namespace what the sandbox has left behind is this process's own by now, and proot
-/// waits for it.
+/// What the sandbox has left behind is this process's own by now: the first process of its PID
+/// namespace, with which all others there end, or, without such a namespace, each of them, for
+/// which proot waits.
 void endAllBut(const QList<QByteArray> &before)
 {
     for (bool isEnding = true; isEnding;) {
@@ -233,6 +234,7 @@ bool runInside(const QString &maker, const QStringList &arguments, int *code, QS
     }
     int status = 0;
     TEMP_FAILURE_RETRY(waitpid(pid, &status, 0));
+    endAllBut(before);
     *code = WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
     // One that was still reading its drive ends by another signal than it was told.
     if (gToldInside != 0 && (*code > 128 || !isInside))

@@ -142,7 +142,6 @@ private:
             radar += QString::number(mBelow(4));
         record("radar", radar);
         mRecord["radar"] = "ff" + radar;
-        say("bus load " + QString::number(10 * mBelow(5)));
     }
     void allow()
     {
@@ -186,6 +185,15 @@ private:
         wait(least, most);
         say(to);
         settle(extra);
+    }
+
+    /// Others talk, for a while only: in virtual time it is the frames that take time.
+    void busLoad()
+    {
+        say("bus load " + QString::number(10 + 10 * mBelow(7)));
+        carEvent();
+        settle();
+        say("bus load 0");
     }
 
     void busDown() { during("bus down", "bus up"); }
@@ -257,6 +265,7 @@ private:
             [this] { during("bus asleep", "bus awake"); },
             [this, line] { during(line + " unreadable", line + " readable"); },
             [this] { between("acc on", "acc off", 1, 8); },
+            [this] { busLoad(); },
             [this] { between("deserializer-lock off", "deserializer-lock on", 0.5, 3); },
             [this] { between("renderer slog on", "renderer slog off", 1, 2); },
             [this] { between("renderer heartbeat off", "renderer heartbeat on", 1, 12, 4); },
