@@ -67,6 +67,9 @@ LogCut logCut(const QCommandLineParser &options)
 {
     LogCut cut;
     cut.channel = options.value("channel");
+    // What is recorded is written with it.
+    cut.isChannelChosen =
+        options.isSet("channel") && options.positionalArguments().value(0) != "record";
     cut.isTolerant = options.isSet("tolerant");
     parseSeconds(options.value("from"), &cut.fromUs);
     if (options.isSet("to"))

@@ -222,8 +222,8 @@ private:
     {
         if (mDrive->statements.empty())
             return "no frame and no word: nothing to play";
-        if (!mCut.isWhole() || mCut.isTolerant)
-            return "--from, --to, --skip-gaps and --tolerant are for logs";
+        if (!mCut.isWhole() || mCut.isTolerant || mCut.isChannelChosen)
+            return "--channel, --from, --to, --skip-gaps and --tolerant are for logs";
         mDrive->startUs = vehicle::kStartUs;
         mDrive->frames = vehicle::frames(mDrive->statements);
         return {};

@@ -15,6 +15,7 @@ struct LogCut
     static constexpr int64_t kAll = std::numeric_limits<int64_t>::max();
 
     QString channel = "can0";
+    bool isChannelChosen = false; ///< somebody has said which one
     int64_t fromUs = 0; ///< drive times of the whole log
     int64_t toUs = kAll;
     int64_t longestGapUs = kAll; ///< a longer one becomes that

@@ -226,6 +226,10 @@ private Q_SLOTS:
         QCOMPARE(parse("(1.0) can0 413#\n(1.000001) can0 413#\n", &drive, cut),
                  QString("d:2: no frame between --from and --to; the log lasts 0.000 s"));
         QVERIFY(parse("at 1 gear R\n", &drive, cut).contains("are for logs"));
+        cut = {};
+        QCOMPARE(parse("at 1 gear R\n", &drive, cut), QString());
+        cut.isChannelChosen = true;
+        QVERIFY(parse("at 1 gear R\n", &drive, cut).contains("--channel"));
         QVERIFY(parse("(1.0) can0 413#\n(50000.0) can0 413#\n(90000.0) can0 413#\n", &drive)
                     .contains("a day at most; --from"));
     }
