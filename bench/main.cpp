@@ -7,6 +7,7 @@
 #include "bench/board/sandbox.h"
 #include "bench/comparing/compare.h"
 #include "bench/drive/drivefile.h"
+#include "bench/incident/capture.h"
 #include "bench/incident/explain.h"
 #include "bench/language/candump.h"
 #include "bench/language/hints.h"
@@ -36,7 +37,7 @@
 namespace {
 
 constexpr char kPlayInside[] = "play-inside"; // the command that is for the bench itself
-const QStringList kCommands{"play", "record", "check", "explain", "words", "help"};
+const QStringList kCommands{"play", "record", "check", "explain", "capture", "words", "help"};
 const QStringList kOfLogs{"channel", "from", "to", "skip-gaps", "tolerant"};
 
 /// Writes one line on standard error and gives the code back.
@@ -332,8 +333,8 @@ int check(const QStringList &given, const QCommandLineParser &options)
 
 int run(const QString &command, const QStringList &drives, const QCommandLineParser &options)
 {
-    if (command == "explain") // it has options of its own
-        return complainOfUsage("explain is the first word");
+    if (command == "explain" || command == "capture") // they have options of their own
+        return complainOfUsage(command + " is the first word");
     const QString fault = usageFault(command, drives, options);
     if (!fault.isEmpty())
         return complainOfUsage(fault);
@@ -377,6 +378,10 @@ int main(int argc, char *argv[])
                                  "tells what happened in a car; also --at, --from, --to TIME, "
                                  "--report, --json",
                                  "| explain --journal FILE");
+    parser.addPositionalArgument("capture --journal FILE [--can LOG]",
+                                 "writes a drive that repeats it; also --from, --to TIME, "
+                                 "--around TIME SECONDS, --without-clock",
+                                 "| capture --journal FILE");
     parser.addPositionalArgument("check DRIVE", "reads drives, or those of folders, and plays none",
                                  "| check DRIVE|FOLDER...");
     parser.addPositionalArgument("compare DRIVE...",
@@ -420,6 +425,8 @@ int main(int argc, char *argv[])
         return compare(given.mid(2));
     if (given.value(1) == "explain")
         return explain(given.mid(2));
+    if (given.value(1) == "capture")
+        return capture(given.mid(2));
     if (!parser.parse(QCoreApplication::arguments()))
         return complainOfUsage(parser.errorText().remove(QRegularExpression("\\.$")));
     if (parser.isSet("help"))

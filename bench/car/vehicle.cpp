@@ -28,6 +28,7 @@ constexpr int kExtendedBits = 67;
 constexpr double kStuffing = 1.08;
 
 constexpr uint32_t kClock = 0x371;
+constexpr int64_t kPhaseUs = 1000; ///< between the first frames of two identifiers
 
 const struct
 {
@@ -242,7 +243,7 @@ private:
         for (const auto &[identifier, periodMs] : kCycles) {
             all.push_back(
                 {Sender::Vehicle, {0, busId(identifier), 8, {}}, periodMs * 1000, phaseUs, kNever});
-            phaseUs += 1000;
+            phaseUs += kPhaseUs;
         }
         addOtherTalk(&all);
         all.insert(all.end(), mExtra.begin(), mExtra.end());
@@ -373,6 +374,17 @@ std::vector<vehicle::Reading> vehicle::readings(const BusFrame &frame)
     default:
         return {};
     }
+}
+
+int64_t vehicle::slotUs(uint32_t identifier, int64_t us)
+{
+    const auto *const cycle =
+        std::find_if(std::begin(kCycles), std::end(kCycles) - 1,
+                     [identifier](const auto &c) { return c.identifier == identifier; });
+    const int64_t periodUs = cycle->periodMs * 1000;
+    const int64_t phaseUs = (cycle - std::begin(kCycles)) * kPhaseUs;
+    const int64_t cycles = std::max<int64_t>((us - phaseUs + periodUs / 2) / periodUs, 0);
+    return cycles * periodUs + phaseUs;
 }
 
 int64_t vehicle::wireUs(const BusFrame &frame)

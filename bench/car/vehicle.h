@@ -30,6 +30,9 @@ struct Reading
 };
 std::vector<Reading> readings(const BusFrame &frame);
 
+/// The moment, of those at which it sends frames of this identifier, that is nearest to @p us.
+int64_t slotUs(uint32_t identifier, int64_t us);
+
 /// How long a frame keeps the bus of 500 kbit/s.
 int64_t wireUs(const BusFrame &frame);
 

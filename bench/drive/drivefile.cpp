@@ -201,7 +201,8 @@ private:
         const bool isPace = statement.verb == Verb::Pace;
         const bool isWithoutWatchdog = statement.verb == Verb::OmitWatchdog;
         const bool isWithService = statement.verb == Verb::RestartController;
-        if ((isPace || isWithoutWatchdog || isWithService) && statement.atUs != 0)
+        const bool isLossAllowed = statement.verb == Verb::AllowLoss;
+        if ((isPace || isWithoutWatchdog || isWithService || isLossAllowed) && statement.atUs != 0)
             return "this is for the whole drive and stands at 0";
         mDrive->hasWatchdog &= !isWithoutWatchdog;
         mDrive->hasService |= isWithService;

@@ -12,7 +12,7 @@ namespace {
 bool isForAll(const Statement &statement)
 {
     return statement.verb == Verb::Pace || statement.verb == Verb::OmitWatchdog ||
-           statement.verb == Verb::RestartController;
+           statement.verb == Verb::RestartController || statement.verb == Verb::AllowLoss;
 }
 
 void leaveOutFrames(const LogCut &cut, Drive *drive)

@@ -5,6 +5,7 @@
 #include "bench/board/printable.h"
 #include "bench/language/candump.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 namespace {
 
@@ -21,7 +23,8 @@ constexpr qint64 kLongestLine = 1 << 20;
 constexpr int64_t kJumpUs = 500'000; ///< a smaller one may be the clock's steering
 constexpr int64_t kGapUs =
     60'000'000; ///< a stamp further on than that, behind a `date -s`, is a clock that was set
-constexpr int64_t kBareUs = 10'000; ///< between two lines without times
+constexpr int64_t kBareUs = 10'000;                   ///< between two lines without times
+constexpr int64_t kLatestUs = 10'000'000'000'000'000; ///< the year 2286
 constexpr char kFetch[] = "fetch it with: journalctl -u pvm-controller -o json > FILE";
 
 /// Calls @p take with each line and its number, until it returns a fault. The file may be packed.
@@ -74,21 +77,25 @@ public:
         if (line.isEmpty() || line.startsWith("-- "))
             return {}; // journalctl's own words between two boots
         if (line.startsWith('{'))
-            return takeJson(line);
+            return isOther(Form::Json) ? mixed() : takeJson(line);
         static const QRegularExpression shortUnix(
-            "\\A(\\d{9,11})\\.(\\d{6}) \\S+ ([^ \\[]+)(?:\\[(\\d+)\\])?: (.*)\\z");
-        static const QRegularExpression ofBench("\\A(boot|\\d+\\.\\d{3})  (.*)\\z");
+            "\\A(\\d{9,10})\\.(\\d{6}) \\S+ ([^ \\[]+)(?:\\[(\\d+)\\])?: (.*)\\z");
+        static const QRegularExpression ofBench("\\A(boot|\\d{1,9}\\.\\d{3})  (.*)\\z");
         static const QRegularExpression other(
             "\\A([A-Z][a-z]{2} [ \\d]\\d "
             "\\d\\d:\\d\\d:\\d\\d|\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d)");
         QRegularExpressionMatch match = shortUnix.match(line);
         if (match.hasMatch()) {
+            if (isOther(Form::ShortUnix))
+                return mixed();
             const int64_t wallUs =
                 match.captured(1).toLongLong() * 1'000'000 + match.captured(2).toLongLong();
             return takeStamped(match.captured(3), match.captured(5), wallUs, guessTime(wallUs), {});
         }
         match = ofBench.match(line);
         if (match.hasMatch()) {
+            if (isOther(Form::Bench))
+                return mixed();
             const bool isBoot = match.captured(1) == "boot";
             const auto us = static_cast<int64_t>(match.captured(1).toDouble() * 1e6);
             if (!match.captured(2).startsWith("renderer: "))
@@ -97,6 +104,8 @@ public:
         }
         if (other.match(line).hasMatch())
             return QString("this form has no exact times; ") + kFetch;
+        if (isOther(Form::Bare))
+            return mixed();
         add({mBareUs, 0, true, line});
         mBareUs += kBareUs;
         return {};
@@ -124,6 +133,20 @@ public:
     }
 
 private:
+    enum class Form { None, Json, ShortUnix, Bench, Bare };
+
+    /// Than the lines before.
+    bool isOther(Form form)
+    {
+        const Form before = std::exchange(mForm, form);
+        return before != form && before != Form::None;
+    }
+
+    static QString mixed()
+    {
+        return QString("a line of another form than those before it; ") + kFetch;
+    }
+
     QString takeJson(const QString &text)
     {
         QJsonParseError error;
@@ -132,7 +155,7 @@ private:
             return "no whole entry: " + error.errorString();
         const int64_t wallUs = entry["__REALTIME_TIMESTAMP"].toString().toLongLong();
         const int64_t monotonicUs = entry["__MONOTONIC_TIMESTAMP"].toString().toLongLong();
-        if (wallUs <= 0 || monotonicUs <= 0)
+        if (wallUs <= 0 || monotonicUs <= 0 || std::max(wallUs, monotonicUs) > kLatestUs)
             return QString("an entry without its times; ") + kFetch;
         const QString boot = entry["_BOOT_ID"].toString();
         if (boot != mBoot) {
@@ -142,7 +165,7 @@ private:
                           ? 0
                           : mLastUs + std::max<int64_t>(wallUs - mLastWallUs, 1000) - monotonicUs;
             if (!mBoot.isEmpty())
-                add({mBootUs + monotonicUs, wallUs, false, "the board has booted"});
+                add({mBootUs + monotonicUs, wallUs, false, JournalLine::kBooted});
             mBoot = boot;
         }
         const QString unit = entry["UNIT"].toString() + entry["_SYSTEMD_UNIT"].toString();
@@ -197,13 +220,14 @@ private:
         return mLastUs + (isJump ? 0 : stepUs);
     }
 
-    void add(const JournalLine &line)
+    void add(JournalLine line)
     {
-        mLastUs = line.us;
+        line.us = mLastUs = std::max(line.us, mLastUs);
         mJournal->lines.push_back(line);
     }
 
     Journal *mJournal;
+    Form mForm = Form::None;
     QString mBoot;
     int64_t mBootUs = 0; ///< the boot's monotonic 0
     int64_t mLastUs = std::numeric_limits<int64_t>::min();
@@ -237,6 +261,17 @@ QString readJournal(const QString &path, Journal *journal)
     return fault.isEmpty() ? reader.finish(path) : fault;
 }
 
+QString readJournalText(const QByteArray &text, Journal *journal)
+{
+    *journal = Journal();
+    Reader reader(journal);
+    QString fault;
+    for (const QByteArray &line : text.split('\n'))
+        if (fault.isEmpty())
+            fault = reader.takeLine(QString::fromUtf8(line).trimmed());
+    return fault.isEmpty() ? reader.finish("the text") : fault;
+}
+
 QString readFrames(const QString &path, const QString &channel, Journal *journal,
                    std::vector<BusFrame> *frames)
 {
@@ -268,5 +303,33 @@ QString readFrames(const QString &path, const QString &channel, Journal *journal
     if (endUs - frames->back().stampUs > 1'000'000)
         journal->remarks << "the bus's log ends " + seconds(endUs - frames->back().stampUs) +
                                 " s before the journal";
+    return {};
+}
+
+QString wallText(int64_t wallUs)
+{
+    return QDateTime::fromMSecsSinceEpoch(wallUs / 1000)
+               .toUTC()
+               .toString("yyyy-MM-dd hh:mm:ss.zzz") +
+           " UTC";
+}
+
+QString readMoment(const QString &text, const Journal &journal, int64_t *us)
+{
+    bool isNumber = false;
+    const double seconds = text.toDouble(&isNumber);
+    if (isNumber) {
+        *us = static_cast<int64_t>(seconds * 1e6);
+        return {};
+    }
+    const QTime time = QTime::fromString(text, text.count(':') == 2 ? "hh:mm:ss" : "hh:mm");
+    if (!time.isValid())
+        return QStringLiteral("'%1' is not a time, such as 14:03:20 or 2.5").arg(text);
+    if (journal.stretches.empty())
+        return "the log has no wall-clock times";
+    const int64_t firstUs = journal.lines.front().wallUs;
+    const QDate day = QDateTime::fromMSecsSinceEpoch(firstUs / 1000).toUTC().date();
+    const int64_t dayMs = QDate(1970, 1, 1).daysTo(day) * int64_t{86'400'000};
+    *us = journal.timeOf((dayMs + time.msecsSinceStartOfDay()) * 1000);
     return {};
 }

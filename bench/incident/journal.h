@@ -18,6 +18,14 @@ struct JournalLine
     int64_t wallUs = 0;        ///< since 1970, as the board's clock was then; 0 if the log has none
     bool isControllers = true; ///< else the service manager's, about the controller
     QString text;
+
+    bool isBoot() const { return !isControllers && text == kBooted; }
+    bool isEnd() const ///< of the controller
+    {
+        return !isControllers &&
+               (text.contains("Main process exited") || text.contains("Deactivated"));
+    }
+    static constexpr char kBooted[] = "the board has booted";
 };
 
 /// A stretch in which nobody set the clock.
@@ -45,7 +53,17 @@ struct Journal
  */
 QString readJournal(const QString &path, Journal *journal);
 
+/// The same of a text.
+QString readJournalText(const QByteArray &text, Journal *journal);
+
 /// Reads the frames of a channel as `candump -L` wrote them, with their times on the journal's
 /// clock and in BusFrame::stampUs.
 QString readFrames(const QString &path, const QString &channel, Journal *journal,
                    std::vector<BusFrame> *frames);
+
+/// A wall-clock time for people, in UTC.
+QString wallText(int64_t wallUs);
+
+/// Reads "14:03:20", on the day of the journal's first line and in UTC, or seconds, into the
+/// journal's time of it. Returns what is wrong, or an empty text.
+QString readMoment(const QString &text, const Journal &journal, int64_t *us);

@@ -129,7 +129,8 @@ bool Expectations::settle(Expectation &expectation, int64_t nowUs)
         isHolding ? what + ": ok" + whenHeld(expectation, nowUs)
                   : QStringLiteral("expected %1, but %2").arg(what, whyFailed(expectation));
     ++(isHolding ? mHeld : mFailed);
-    mReport({isHolding, statement.line, what, text, statement.kind, expectation.askedUs});
+    mReport({isHolding, statement.line, what, text, statement.kind, expectation.askedUs,
+             statement.comment});
     account(expectation, isHolding);
     return true;
 }

@@ -26,6 +26,7 @@ struct Settled
     QString text;    ///< and what came of it
     Fact::Kind kind; ///< what it looked at
     int64_t askedUs; ///< real time
+    QString comment; ///< of its line in the drive
 };
 
 /**

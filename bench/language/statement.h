@@ -39,6 +39,7 @@ enum class Verb {
     RunCommand, ///< value: for the shell
     OmitWatchdog,
     RestartController,
+    AllowLoss,
     // The drive itself.
     Pace, ///< from spanUs to limitUs millionths of a drive second per real one
     End,
@@ -66,6 +67,7 @@ struct Statement
     Limit limit = Limit::None;
     int64_t limitUs = 0; ///< of `within` or `for`, microseconds
     QString text;        ///< as written
+    QString comment;     ///< behind the words, without its #
 
     bool isOfVehicle() const { return verb <= Verb::SendFrame; }
     bool isOfRenderer() const { return verb >= Verb::StartRenderer && verb <= Verb::SetHeartbeat; }

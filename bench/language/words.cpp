@@ -79,6 +79,8 @@ const Row kRows[] = {
     {Verb::RestartController, kNoKind, "board with service",
      "only at 0: the path is routed for PVM when a controller ends, and it is started again a "
      "second later"},
+    {Verb::AllowLoss, Kind::Frames, "board may lose frames",
+     "only at 0: a frame that is lost does not fail the drive"},
     {Verb::Pace, kNoKind, "pace LOW to HIGH", "only at 0: the drive holds at --speed LOW to HIGH"},
     {Verb::End, kNoKind, "end", "the drive goes on until here; a vehicle of words sends no longer"},
     {Verb::ExpectState, Kind::Picture, "expect picture PVM|DA [within SECONDS | for SECONDS]",
@@ -273,7 +275,7 @@ int fittingElements(const Form &form, const QVector<Word> &words)
 }
 
 /// Up to a comment, which is cut off the text.
-QString splitWords(QString *text, QVector<Word> *words)
+QString splitWords(QString *text, QVector<Word> *words, QString *comment)
 {
     static const QRegularExpression pattern(R"("((?:[^"\\]|\\.)*)("?)(\S?)|(\S+))");
     static const QRegularExpression escape(R"(\\(.))");
@@ -281,6 +283,7 @@ QString splitWords(QString *text, QVector<Word> *words)
     while (matches.hasNext()) {
         const QRegularExpressionMatch match = matches.next();
         if (match.captured().startsWith('#')) {
+            *comment = text->mid(match.capturedStart() + 1).trimmed();
             text->truncate(match.capturedStart());
             return {};
         }
@@ -389,7 +392,7 @@ void fill(Statement *statement, const Form &form, const QVector<Word> &words)
 QString parseWords(QString text, Statement *statement)
 {
     QVector<Word> words;
-    QString fault = splitWords(&text, &words);
+    QString fault = splitWords(&text, &words, &statement->comment);
     if (!fault.isEmpty())
         return fault;
     for (const Form &form : forms()) {

@@ -277,6 +277,7 @@ private:
             return mBoard.run(value);
         case Verb::OmitWatchdog: // was built so
         case Verb::RestartController:
+        case Verb::AllowLoss:
         case Verb::Pace:
         case Verb::End:
             break;
@@ -426,9 +427,13 @@ private:
     {
         const int64_t now = mClock.nowUs();
         mFacts.addExpectation(settled, now);
-        const bool isOfPicture = settled.kind == Fact::Kind::Picture;
+        // A request for a picture is the controller's, and has its reasons too.
+        const bool isOfPicture =
+            settled.kind == Fact::Kind::Picture || settled.what.contains("toSwitchVideo");
         if (!settled.isHeld)
-            mFailures.add(settled.text + (isOfPicture ? whyText() : QString()), settled.line, now);
+            mFailures.add(settled.text + (isOfPicture ? whyText() : QString()) +
+                              (settled.comment.isEmpty() ? QString() : "; " + settled.comment),
+                          settled.line, now);
         if (!settled.isHeld || mHow.style.isVerbose)
             mTimeline.note(
                 now, "expect",

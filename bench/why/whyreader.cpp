@@ -4,8 +4,8 @@
 
 #include "bench/board/places.h"
 #include "bench/car/vehicle.h"
+#include "bench/why/groupof.h"
 
-#include <QRegularExpression>
 #include <QStringList>
 
 #include <algorithm>
@@ -32,12 +32,6 @@ QString gearName(const QString &number)
 {
     static const QMap<QString, QString> names{{"1", "P"}, {"2", "R"}, {"3", "N"}, {"4", "D"}};
     return names.value(number);
-}
-
-/// The first group of the pattern in the line; null without a match.
-QString said(const char *pattern, const QString &line)
-{
-    return QRegularExpression(pattern).match(line).captured(1);
 }
 
 QString lightText(const QString &light)
@@ -96,9 +90,9 @@ void WhyReader::takeLog(const QString &line, int64_t us)
 
 void WhyReader::takeSignal(const QString &line, int64_t us)
 {
-    const QString gear = gearName(said("CAN SIG GEAR .*change to: (\\d+)", line));
-    const QString light = said("CAN SIG LIGHT_STATUS .*change to: \"\\[(\\w+)\\]\"", line);
-    const QString isAllowed = said("isTurnSwitchEnable  (true|false)", line);
+    const QString gear = gearName(groupOf("CAN SIG GEAR .*change to: (\\d+)", line));
+    const QString light = groupOf("CAN SIG LIGHT_STATUS .*change to: \"\\[(\\w+)\\]\"", line);
+    const QString isAllowed = groupOf("isTurnSwitchEnable  (true|false)", line);
     if (!gear.isEmpty() && gear != mGear) {
         mGear = gear;
         mGearUs = us;
@@ -143,7 +137,7 @@ void WhyReader::takeCause(const QString &line, int64_t us)
         {"(avmInitOkSlot)", "renderer initialised"},
     };
     for (const Cause &cause : causes) {
-        const QString value = said(cause.pattern, line);
+        const QString value = groupOf(cause.pattern, line);
         if (value.isEmpty())
             continue;
         mCause = cause.text.contains("%1") ? cause.text.arg(value) : cause.text;
@@ -153,7 +147,7 @@ void WhyReader::takeCause(const QString &line, int64_t us)
         return;
     }
     // The one cause that is told behind its request.
-    const QString speed = said("greater than LIMTT_SPEED ====  curSpeed  (\\d+)", line);
+    const QString speed = groupOf("greater than LIMTT_SPEED ====  curSpeed  (\\d+)", line);
     if (speed.isEmpty())
         return;
     for (Request *request : {&mNewest, &mScript.request, &mShownBy})
@@ -165,7 +159,7 @@ void WhyReader::takeCause(const QString &line, int64_t us)
 
 void WhyReader::takeRequest(const QString &line, int64_t us)
 {
-    const QString picture = said("isToPVM  (\\d+)", line);
+    const QString picture = groupOf("isToPVM  (\\d+)", line);
     if (picture.isEmpty())
         return takeRefusal(line);
     const bool isCaused = !mCause.isEmpty() && us - mCauseUs < kSameEventUs;
