@@ -38,6 +38,7 @@ namespace {
 
 constexpr char kPlayInside[] = "play-inside"; // the command that is for the bench itself
 const QStringList kCommands{"play", "record", "check", "explain", "capture", "words", "help"};
+const QStringList kWithOwnOptions{"explain", "capture", "compare"};
 const QStringList kOfLogs{"channel", "from", "to", "skip-gaps", "tolerant"};
 
 /// Writes one line on standard error and gives the code back.
@@ -418,7 +419,9 @@ int main(int argc, char *argv[])
     terminal.setFlags(QCommandLineOption::HiddenFromHelp);
     parser.addOption(terminal);
 
-    const QStringList given = QCoreApplication::arguments();
+    QStringList given = QCoreApplication::arguments();
+    if (given.size() == 3 && given[1] == "help" && kWithOwnOptions.contains(given[2]))
+        given = QStringList{given[0], given[2], "--help"};
     if (given.value(1) == virtualtime::kCommand)
         return playInVirtualTime(given.mid(2));
     if (given.value(1) == "compare")

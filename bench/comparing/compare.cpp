@@ -250,11 +250,18 @@ QString faultOf(const QCommandLineParser &options)
 int compare(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.addOptions({{"controller", "", "PATH"}, {"report", "", "FILE"}});
+    parser.setApplicationDescription(
+        "compare DRIVE... --controller A --controller B: tells in which "
+        "facts two controllers differ, in virtual time.");
+    parser.addOptions({{"controller", "One of the two.", "PATH"},
+                       {"report", "Writes a page with both pictures, for one drive.", "FILE"}});
     for (const QString &option : kPassedOn)
-        parser.addOption({option, "", "VALUE"});
+        parser.addOption({option, "As for play.", "VALUE"});
+    const QCommandLineOption help = parser.addHelpOption();
     if (!parser.parse(QStringList{"pvm-bench"} + arguments))
         return complain(2, parser.errorText().remove(QRegularExpression("\\.$")) + kHelp);
+    if (parser.isSet(help))
+        parser.showHelp();
     const QString fault = faultOf(parser);
     if (!fault.isEmpty())
         return complain(2, fault);

@@ -373,16 +373,22 @@ int complain(int code, const QString &text)
 int capture(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.addOptions({{"journal", "", "FILE"},
-                       {"can", "", "LOG"},
-                       {"channel", "", "NAME", "can0"},
-                       {"from", "", "TIME"},
-                       {"to", "", "TIME"},
-                       {"around", "", "TIME"},
-                       {"without-clock", ""}});
+    parser.setApplicationDescription(
+        "capture --journal FILE: writes a drive that repeats what happened in a car.");
+    parser.addOptions(
+        {{"journal", "The controller's journal, or the bench's --log.", "FILE"},
+         {"can", "A log of the bus, as candump -L writes it.", "LOG"},
+         {"channel", "The channel of that log.", "NAME", "can0"},
+         {"from", "Leaves out what is before: 14:03:20 (UTC), or seconds.", "TIME"},
+         {"to", "Leaves out what comes behind.", "TIME"},
+         {"around", "Takes 30 seconds around it, or as many as are told behind.", "TIME [SECONDS]"},
+         {"without-clock", "Leaves the date out."}});
+    const QCommandLineOption help = parser.addHelpOption();
     if (!parser.parse(QStringList{"pvm-bench"} + arguments))
         return complain(2, parser.errorText().remove(QRegularExpression("\\.$")) +
                                "; see pvm-bench --help");
+    if (parser.isSet(help))
+        parser.showHelp();
     QString fault = usageFault(parser);
     if (!fault.isEmpty())
         return complain(2, fault + "; see pvm-bench --help");

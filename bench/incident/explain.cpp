@@ -41,18 +41,22 @@ bool write(const QString &path, const QByteArray &bytes, QString *fault)
 int explain(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.addOptions({{"journal", "", "FILE"},
-                       {"can", "", "LOG"},
-                       {"channel", "", "NAME", "can0"},
-                       {"report", "", "FILE"},
-                       {"json", "", "FILE"},
-                       {"at", "", "TIME"},
-                       {"from", "", "TIME"},
-                       {"to", "", "TIME"},
-                       {"verbose", ""}});
+    parser.setApplicationDescription("explain --journal FILE: tells what happened in a car.");
+    parser.addOptions({{"journal", "The controller's journal, or the bench's --log.", "FILE"},
+                       {"can", "A log of the bus, as candump -L writes it.", "LOG"},
+                       {"channel", "The channel of that log.", "NAME", "can0"},
+                       {"report", "Writes a page to look at it with a browser.", "FILE"},
+                       {"json", "Writes every fact as a JSON object, one a line.", "FILE"},
+                       {"at", "Opens the page there: 14:03:20 (UTC), or seconds.", "TIME"},
+                       {"from", "Leaves out what is before.", "TIME"},
+                       {"to", "Leaves out what comes behind.", "TIME"},
+                       {"verbose", "Tells all of it, in lines of any length."}});
+    const QCommandLineOption help = parser.addHelpOption();
     if (!parser.parse(QStringList{"pvm-bench"} + arguments))
         return complain(2, parser.errorText().remove(QRegularExpression("\\.$")) +
                                "; see pvm-bench --help");
+    if (parser.isSet(help))
+        parser.showHelp();
     if (!parser.positionalArguments().isEmpty() || !parser.isSet("journal"))
         return complain(
             2, "explain takes --journal FILE, and perhaps --can LOG; see pvm-bench --help");
