@@ -218,6 +218,8 @@ bool runInside(const QString &maker, const QStringList &arguments, int *code, QS
     fcntl(outer, F_SETFD, FD_CLOEXEC);
     const Descriptor errorOutput(dup(STDERR_FILENO));
     gInside = outer;
+    if (gToldInside != 0) // between two makers
+        tellInside(gToldInside);
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const QList<QByteArray> before = children();
 
