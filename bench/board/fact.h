@@ -23,9 +23,9 @@ struct Fact
         Bus,        ///< value: "up", "down", "connected"; subject: the command behind up and down
         Renderer, ///< value: "started", "ended", "ended by itself: HOW", the flag just set, such as
                   ///< "turn-switch on"; or "says", with the subject: one line of its output
-        Input,    ///< subject: a line or "scripts", value: what the drive made of it; or "run", with a
-                  ///< line that the command has printed
-        Power     ///< value: "on", "off"; subject: why, such as "watchdog" or "reboot"
+        Input, ///< subject: a line or "scripts", value: what the drive made of it; or "run", with a
+               ///< line that the command has printed
+        Power  ///< value: "on", "off"; subject: why, such as "watchdog" or "reboot"
     };
     Kind kind;
     QString subject;
