@@ -188,6 +188,15 @@ private:
     QString takeStamped(const QString &identifier, const QString &text, int64_t wallUs, int64_t us,
                         const QString &unit)
     {
+        static const QRegularExpression dropped("Suppressed (\\d+) messages from .*pvm-controller");
+        if (identifier == "systemd-journald" && !mJournal->lines.empty()) {
+            const QString count = dropped.match(text).captured(1);
+            if (!count.isEmpty())
+                mJournal->remarks << QStringLiteral(
+                                         "the journal has dropped %1 lines behind line %2")
+                                         .arg(count)
+                                         .arg(mJournal->lines.size());
+        }
         const bool isManagers = identifier == "systemd" && (unit + text).contains("pvm-controller");
         if (identifier != "pvm-controller" && !isManagers)
             return {};

@@ -3,6 +3,7 @@
 #include "bench/incident/recollection.h"
 
 #include "bench/car/vehicle.h"
+#include "bench/incident/carwords.h"
 #include "bench/incident/said.h"
 #include "bench/incident/stalls.h"
 #include "bench/why/groupof.h"
@@ -13,9 +14,8 @@
 namespace {
 
 // How long before its line something was done. A line of the board is accepted with the 7th reading
-// of 10 ms, a gear with the 5th frame of 10 ms.
+// of 10 ms.
 constexpr int64_t kDebounceUs = 75'000;
-constexpr int64_t kGearUs = 30'000;
 constexpr int64_t kLongPressUs = 3'070'000;
 constexpr int64_t kClickUs = 300'000;    ///< any press that is no long one
 constexpr int64_t kFlagUs = 120'000;     ///< until the renderer has written it
@@ -35,7 +35,6 @@ constexpr int64_t kFastStopUs = 750'000; ///< ten exchanges while the wheel is t
 constexpr int64_t kSpeedUs = 1'000'000;  ///< a speed is not older
 constexpr int64_t kToleranceUs = 500'000;
 constexpr int64_t kFlagToleranceUs = 1'500'000; ///< flags are looked at once a second
-constexpr int kSpeedLimit = 15;                 ///< above it the picture's rules differ
 
 QString seconds(int64_t us)
 {
@@ -49,7 +48,8 @@ public:
         : mJournal(journal), mLines(journal.lines), mFrames(frames), mPart(part)
     {
         mResult.endUs = part.toUs;
-        mNow.car = {{"gear", ""}, {"light", ""}, {"key", ""}, {"radar", ""}, {"speed", ""}};
+        for (const char *subject : {"gear", "light", "key", "radar", "speed"})
+            mNow.car[subject] = "";
     }
 
     Recollection recall()
@@ -79,12 +79,6 @@ private:
             mResult.forAll << words;
     }
 
-    /// The moment, of those at which a car of words sends this, that is nearest.
-    int64_t slotUs(uint32_t identifier, int64_t us) const
-    {
-        return vehicle::slotUs(identifier, us - mPart.zeroUs) + mPart.zeroUs;
-    }
-
     void begin(size_t first)
     {
         mIsTelling = true;
@@ -109,7 +103,7 @@ private:
     /// What was not told before is told by what the first change changes.
     void guessStart(size_t first)
     {
-        for (size_t i = first; i < mLines.size() && !isLifesEnd(i); ++i) {
+        for (size_t i = first; i < mLines.size() && !isLifesEnd(mJournal, i, mResult.endUs); ++i) {
             const Said car = saidOfCar(mLines[i].text);
             if (!car.before.isEmpty() && car.before != "-1" &&
                 mNow.car.value(car.subject).isEmpty())
@@ -128,12 +122,6 @@ private:
         for (const char *flag : {"turn-switch", "initialised"})
             if (mNow.board[flag].isEmpty())
                 mNow.board[flag] = "on";
-    }
-
-    bool isLifesEnd(size_t i) const
-    {
-        return mLines[i].text.startsWith("PvmMain ") || mLines[i].isBoot() || mLines[i].isEnd() ||
-               mLines[i].us > mResult.endUs;
     }
 
     void take(size_t i)
@@ -178,7 +166,10 @@ private:
             return;
         }
         if (isFirst || mIsBusAsleep)
-            wakeBus(i);
+            mCarWords.wake(i, mResult.endUs, mIsBusAsleep);
+        else
+            mCarWords.change(i, mResult.endUs);
+        mIsBusAsleep = false;
         if (isFirst)
             startRenderer(i);
     }
@@ -222,42 +213,13 @@ private:
         return true;
     }
 
-    /// In a new life all that the bus says is new; until then nobody says anything.
-    void wakeBus(size_t i)
-    {
-        if (!mFrames.empty())
-            return;
-        QMap<QString, QString> first;
-        int64_t us = mResult.endUs;
-        for (size_t next = i + 1; next < mLines.size() && !isLifesEnd(next); ++next) {
-            const Said said = saidOfCar(mLines[next].text);
-            if (said.subject.isEmpty() || first.contains(said.subject))
-                continue;
-            if (first.isEmpty())
-                us = mLines[next].us - 5'000;
-            first[said.subject] = said.value;
-        }
-        const bool isAtOnce = !mIsBusAsleep && us - mPart.zeroUs < kAtOnceUs;
-        us = isAtOnce ? mPart.zeroUs : us;
-        if (!isAtOnce && !mIsBusAsleep)
-            put(mPart.zeroUs, "bus asleep");
-        for (const QString &subject : first.keys())
-            if (subject != "speed" && first[subject] != mNow.car[subject])
-                put(us, subject + ' ' + first[subject]);
-        for (const QString &subject : first.keys())
-            if (subject != "speed")
-                mNow.car[subject] = first[subject];
-        if (!isAtOnce && us < mResult.endUs)
-            put(us, "bus awake");
-        mIsBusAsleep = false;
-    }
-
     /// The renderer of the first life: it runs from power-on unless it is heard of later.
     void startRenderer(size_t i)
     {
         int64_t heardUs = -1;
         bool isTurnSwitchOn = false;
-        for (size_t next = i + 1; next < mLines.size() && !isLifesEnd(next); ++next) {
+        for (size_t next = i + 1;
+             next < mLines.size() && !isLifesEnd(mJournal, next, mResult.endUs); ++next) {
             const Said said = saidOfBoard(mLines[next].text);
             if (heardUs >= 0 && mLines[next].us - heardUs > kRendererUs)
                 break;
@@ -283,59 +245,9 @@ private:
 
     void takeCar(size_t i)
     {
-        const QString &text = mLines[i].text;
-        const int64_t us = mLines[i].us;
-        const Said said = saidOfCar(text);
-        if (!said.subject.isEmpty() && said.subject != "speed") {
-            mChanges.push_back(us);
-            if (said.value != mNow.car[said.subject] && mFrames.empty())
-                put(momentOf(said, us), said.subject + ' ' + said.value);
-            mNow.car[said.subject] = said.value;
-        }
-        if (mFrames.empty())
-            takeSpeed(i);
-        // The clock's frame is told byte by byte.
-        const QString clock = groupOf("DATETIME: \" *371 +\\[\\d\\]((?: [0-9A-F]{2}| )+)\"", text);
-        if (!clock.isEmpty() && mFrames.empty())
-            put(us - 1000, "frame 371#" + QString(clock).remove(' ').left(16));
-    }
-
-    /// When the car has to say it.
-    int64_t momentOf(const Said &said, int64_t us) const
-    {
-        if (said.subject == "gear")
-            return slotUs(0x1004501, us - kGearUs);
-        if (said.subject == "radar") // which of its two frames has changed
-            return slotUs(said.value.right(3) == said.before.right(3) ? 0x3E6 : 0x3E5, us);
-        return slotUs(said.subject == "light" ? 0x413 : 0x3E0, us);
-    }
-
-    /// Speed is told where it decided something.
-    void takeSpeed(size_t i)
-    {
-        const QString &text = mLines[i].text;
-        const int64_t us = mLines[i].us;
-        const QString risen = groupOf("LIMTT_SPEED ====  curSpeed  (\\d+)", text);
-        if (!risen.isEmpty()) {
-            setSpeed(groupOf("lastSpeed  (\\d+)", text), us - 100'000);
-            setSpeed(risen, slotUs(0x681AA02, us));
-            return;
-        }
-        const bool isRiseNext = i + 1 < mLines.size() && mLines[i + 1].text.contains("LIMTT_SPEED");
-        const QString speed = groupOf("(?:NeedOutFromPVM ====|toSwitchVideo)  speed  (\\d+)", text);
-        if (speed.isEmpty() || isRiseNext)
-            return;
-        // A rise above the limit takes PVM away: this one was before PVM came.
-        const bool isRise = mNow.car["speed"].toInt() <= kSpeedLimit && speed.toInt() > kSpeedLimit;
-        setSpeed(speed, isRise && mPvmUs > 0 ? mPvmUs - 200'000 : us - 100'000);
-    }
-
-    void setSpeed(const QString &told, int64_t us)
-    {
-        const QString speed = QString::number(std::clamp(told.toInt(), 0, 255));
-        if (speed != mNow.car["speed"])
-            put(us, "speed " + speed);
-        mNow.car["speed"] = speed;
+        if (!saidOfCar(mLines[i].text).subject.isEmpty())
+            mChanges.push_back(mLines[i].us);
+        mCarWords.take(i, mPvmUs);
     }
 
     int speedAt(int64_t us) const
@@ -424,7 +336,8 @@ private:
         }
         mIsRendererDead = true;
         mStopSeenUs = us;
-        for (size_t next = i + 1; next < mLines.size() && !isLifesEnd(next); ++next) {
+        for (size_t next = i + 1;
+             next < mLines.size() && !isLifesEnd(mJournal, next, mResult.endUs); ++next) {
             const QString &text = mLines[next].text;
             if (text.contains("isAVMInited") || text.contains("=== avm stop"))
                 return;
@@ -455,7 +368,7 @@ private:
             !isRequestRefused && !mNow.picture.isEmpty() && mNow.picture != request;
         if (isChange)
             takeScript(i);
-        if (mIsTelling)
+        if (mIsTelling && us >= mPart.zeroUs)
             mResult.requests.push_back({us, request, isRequestRefused, isChange,
                                         us - mFlagUs < kAtOnceUs ? kFlagToleranceUs : kToleranceUs,
                                         mScriptUs});
@@ -471,7 +384,8 @@ private:
     {
         const size_t lit = backlightBehind(mJournal, i, kLongestScriptUs);
         for (size_t next = i + 1; next <= lit; ++next)
-            if (!requestOf(mLines[next].text).isEmpty() || isLifesEnd(next))
+            if (!requestOf(mLines[next].text).isEmpty() ||
+                isLifesEnd(mJournal, next, mResult.endUs))
                 return; // the ticks were counted anew
         if (lit == 0)
             return;
@@ -525,6 +439,10 @@ private:
     const Part mPart;
     Recollection mResult;
     CarState mNow;
+    CarWords mCarWords{mJournal, mPart.zeroUs, mNow.car, [this](int64_t us, const QString &words) {
+                           if (mFrames.empty())
+                               put(us, words);
+                       }};
     bool mIsTelling = false; ///< the part has begun
     bool mHasLife = false;   ///< the drive's board has one
     bool mIsBooted = false;

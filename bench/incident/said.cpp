@@ -106,3 +106,9 @@ size_t backlightBehind(const Journal &journal, size_t i, int64_t withinUs)
     }
     return 0;
 }
+
+bool isLifesEnd(const Journal &journal, size_t i, int64_t endUs)
+{
+    const JournalLine &line = journal.lines[i];
+    return line.text.startsWith("PvmMain ") || line.isBoot() || line.isEnd() || line.us > endUs;
+}

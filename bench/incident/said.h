@@ -28,3 +28,7 @@ bool isRefused(const Journal &journal, size_t i);
 /// The first "open backlight." behind the request in line @p i, within so many microseconds; 0 if
 /// none comes.
 size_t backlightBehind(const Journal &journal, size_t i, int64_t withinUs);
+
+/// Whether a life of the controller is over in line @p i: it has ended, starts anew, the board has
+/// booted, or nobody asks for what is behind @p endUs.
+bool isLifesEnd(const Journal &journal, size_t i, int64_t endUs);

@@ -69,7 +69,7 @@ QString faultOf(const QString &text)
         lseek(file, 0, SEEK_SET) != 0)
         return "no file";
     Drive drive;
-    const QString fault = readDrive(file, "drive", {}, &drive);
+    QString fault = readDrive(file, "drive", {}, &drive);
     close(file);
     return fault;
 }
@@ -197,6 +197,16 @@ void TestCapture::drive_data()
          "at 4.900 run \"kill -KILL $(pidof pvm-controller)\"",
          "at 4.900 expect picture PVM within 1.5\n", "expect picture DA within"},
         {"bus asleep\nat 4"});
+    row("a restart, and what has changed meanwhile",
+        asJson("0 PvmMain  currentThreadId\n0.1 CAN 0  Open OK.\n"
+               "0.15 ==== CAN SIG GEAR  -1 ,change to: 4\n"
+               "6 PvmMain  currentThreadId\n6.1 ==== CAN SIG GEAR  -1 ,change to: 2\n"),
+        0, {"at 4.850 run \"kill -KILL", "at 5.600 gear R\n"}, {"bus asleep"});
+    row("a speed that must have fallen",
+        kStart + kFirstD +
+            "5.000  ==== greater than LIMTT_SPEED ====  curSpeed  20  lastSpeed  15\n"
+            "9.000  ==== quit RVC ====\n9.500  === feed wdt ===  1\n",
+        0, {"at 8.900 speed 0\n"});
     row("a reboot",
         asJson("0 PvmMain  currentThreadId\n0.1 CAN 0  Open OK.\n0.15 ==== CAN SIG GEAR  -1 "
                ",change to: 4\n3.1 GPIO ACC:  true\n"
