@@ -16,7 +16,7 @@ struct LogCut
 
     QString channel = "can0";
     bool isChannelChosen = false; ///< somebody has said which one
-    int64_t fromUs = 0; ///< drive times of the whole log
+    int64_t fromUs = 0;           ///< drive times of the whole log
     int64_t toUs = kAll;
     int64_t longestGapUs = kAll; ///< a longer one becomes that
     bool isTolerant = false;     ///< what cannot be read is left out and told
