@@ -23,7 +23,9 @@ constexpr qint64 kLongestLine = 1 << 20;
 constexpr int64_t kJumpUs = 500'000; ///< a smaller one may be the clock's steering
 constexpr int64_t kGapUs =
     60'000'000; ///< a stamp further on than that, behind a `date -s`, is a clock that was set
-constexpr int64_t kBareUs = 10'000;                   ///< between two lines without times
+constexpr int64_t kSilenceUs = 1'000'000; ///< a bus that is awake is never silent for so long
+constexpr int kTold = 3;                  ///< the first silences
+constexpr int64_t kBareUs = 10'000;       ///< between two lines without times
 constexpr int64_t kLatestUs = 10'000'000'000'000'000; ///< the year 2286
 constexpr char kFetch[] = "fetch it with: journalctl -u pvm-controller -o json > FILE";
 
@@ -286,7 +288,11 @@ QString readFrames(const QString &path, const QString &channel, Journal *journal
 {
     if (journal->stretches.empty())
         return path + ": the journal has no wall-clock times that it could be put beside";
+    const auto seconds = [](int64_t us) {
+        return QString::number(static_cast<double>(us) / 1e6, 'f', 1);
+    };
     int64_t lastUs = std::numeric_limits<int64_t>::min();
+    int silences = 0;
     QString fault = eachLine(path, [&](const QString &text) -> QString {
         FrameLine line;
         if (text.isEmpty() || text.startsWith('#') || text.startsWith("DROPCOUNT:"))
@@ -294,7 +300,11 @@ QString readFrames(const QString &path, const QString &channel, Journal *journal
         QString wrong = readFrameLine(text, &line);
         if (!wrong.isEmpty() || line.channel != channel || !line.isPlayable)
             return wrong;
-        line.frame.stampUs = lastUs = std::max(journal->timeOf(line.frame.stampUs, lastUs), lastUs);
+        line.frame.stampUs = std::max(journal->timeOf(line.frame.stampUs, lastUs), lastUs);
+        if (!frames->empty() && line.frame.stampUs - lastUs > kSilenceUs && ++silences <= kTold)
+            journal->remarks << QStringLiteral("the bus's log is silent for %1 s from %2 s on")
+                                    .arg(seconds(line.frame.stampUs - lastUs), seconds(lastUs));
+        lastUs = line.frame.stampUs;
         frames->push_back(line.frame);
         return {};
     });
@@ -302,10 +312,9 @@ QString readFrames(const QString &path, const QString &channel, Journal *journal
         return fault;
     if (frames->empty())
         return QStringLiteral("%1: no frame of channel %2").arg(path, channel);
+    if (silences > kTold)
+        journal->remarks << QStringLiteral("and %1 times more").arg(silences - kTold);
     const int64_t endUs = journal->lines.back().us;
-    const auto seconds = [](int64_t us) {
-        return QString::number(static_cast<double>(us) / 1e6, 'f', 1);
-    };
     if (frames->front().stampUs > 1'000'000)
         journal->remarks << "the bus's log begins " + seconds(frames->front().stampUs) +
                                 " s behind the journal";

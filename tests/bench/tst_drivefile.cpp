@@ -107,6 +107,7 @@ private Q_SLOTS:
             {"at 86401 gear R", "a drive lasts a day at most"},
             {"at 1 speed 5 over 86401", "a drive lasts a day at most"},
             {"at 1 board with service", "this is for the whole drive and stands at 0"},
+            {"at 1 board may lose frames", "this is for the whole drive and stands at 0"},
             {"at 1 pace 1 to 2", "this is for the whole drive and stands at 0"},
             {"at 0 expect watchdog unfed for 1\nat 0 board without watchdog",
              "nothing can be expected of a watchdog that the board has not"},
