@@ -260,8 +260,10 @@ bool WhyReader::takeFrame(const BusFrame &frame, int64_t us)
             mSpeed = reading.value.toInt();
             if (mSpeed <= kSpeedLimit)
                 mFastUs = -1;
-            else if (mFastUs < 0)
+            else if (mFastUs < 0) {
                 mFastUs = us;
+                mWasRuleOff = mByHandUs >= 0;
+            }
             isNews = true;
         }
     }
@@ -468,7 +470,9 @@ QString WhyReader::unmetSpeed(int64_t us) const
         return wish + "only its rise asks, and that was before PVM";
     if (!whyUnheard(us).isEmpty())
         return wish + whyUnheard(us);
-    return mByHandUs >= 0 ? wish + "rule off, PVM opened by hand at " + at(mByHandUs) : kUnknown;
+    if (mByHandUs >= 0)
+        return wish + "rule off, PVM opened by hand at " + at(mByHandUs);
+    return mWasRuleOff ? wish + "only its rise asks, and the rule was off then" : kUnknown;
 }
 
 /// Why the controller may not have heard what was sent; empty if it ought to have.

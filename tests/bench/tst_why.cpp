@@ -177,6 +177,11 @@ private Q_SLOTS:
                     "PVM; 3 car speed 20; 4 now",
              "PVM click at 2.000 | speed above 15 since 3.000: rule off, PVM opened by hand at "
              "2.000"},
+            {toDA + "1 gear 4; 1 car speed 9; 2 click; 2 to 1; 2 script 1; 2 exit 1 0; 2 shown "
+                    "PVM; 3 car speed 20; "
+                    "4 gear 2; 4 enter-R; 5 gear 4; 5 leave-R; 5.1 left-R; 6 now",
+             "PVM click at 2.000 | speed above 15 since 3.000: only its rise asks, and the rule "
+             "was off then"},
             {toDA + toPVM + "3 click", "PVM R since 2.000 | click at 3.000: held by gear R"},
         };
         for (const QStringList &row : rows)
