@@ -78,6 +78,8 @@ public:
     {
         if (line.isEmpty() || line.startsWith("-- "))
             return {}; // journalctl's own words between two boots
+        if (mLastUs > kLatestUs)
+            return QString("the times before it add up to centuries");
         if (line.startsWith('{'))
             return isOther(Form::Json) ? mixed() : takeJson(line);
         static const QRegularExpression shortUnix(
