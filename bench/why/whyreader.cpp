@@ -410,11 +410,14 @@ QString WhyReader::unmetLever(int64_t us) const
     if (!whyUnheard(us).isEmpty())
         return wish + whyUnheard(us);
     if (gear == "undefined")
-        return wish + "no gear's code";
+        return wish + "this code is no gear's";
     if (told.longest >
         kManyFrames) // a controller that is stopped: a count that goes on says nothing
-        return wish + QStringLiteral("more than %1 in a row, not taken").arg(kManyFrames);
-    return wish + QStringLiteral("at most %1 in a row").arg(told.longest) +
+        return wish + QStringLiteral("more than %1 frames in a row, not taken").arg(kManyFrames);
+    return wish +
+           QStringLiteral("at most %1 frame%2 in a row")
+               .arg(told.longest)
+               .arg(told.longest == 1 ? "" : "s") +
            (others.isEmpty() ? "" : ", " + others.join(", "));
 }
 
@@ -450,10 +453,16 @@ QString WhyReader::unmetLight(int64_t us) const
     if (mLight != light)
         return whyUnheard(us).isEmpty() ? kUnknown : wish + whyUnheard(us);
     if (!mIsAllowed)
-        return wish + (!mIsRendererRunning ? "no renderer runs"
-                       : mIsAllowanceKnown ? "the renderer's turn switch is off"
-                                           : "not allowed yet");
+        return wish + whyNotAllowed();
     return wish + (mNewest.us > sinceUs ? "asked only once" : kUnknown);
+}
+
+QString WhyReader::whyNotAllowed() const
+{
+    if (!mIsRendererRunning)
+        return mIsAllowanceKnown ? "no renderer runs, and its turn switch was off"
+                                 : "no renderer runs";
+    return mIsAllowanceKnown ? "the renderer's turn switch is off" : "not allowed yet";
 }
 
 QString WhyReader::unmetSpeed(int64_t us) const
@@ -471,7 +480,7 @@ QString WhyReader::unmetSpeed(int64_t us) const
     if (!whyUnheard(us).isEmpty())
         return wish + whyUnheard(us);
     if (mByHandUs >= 0)
-        return wish + "rule off, PVM opened by hand at " + at(mByHandUs);
+        return wish + "speed rule off since PVM was opened by hand at " + at(mByHandUs);
     return mWasRuleOff ? wish + "only its rise asks, and the rule was off then" : kUnknown;
 }
 
@@ -484,5 +493,5 @@ QString WhyReader::whyUnheard(int64_t us) const
         return "can0 is down since " + at(mDownUs);
     if (!mRunning.isEmpty())
         return "the controller waits for " + mRunning + " since " + at(mRunningUs);
-    return us - kLossUs < mLostUs ? QStringLiteral("frames are lost") : QString();
+    return us - kLossUs < mLostUs ? QStringLiteral("frames are lost, not read in time") : QString();
 }

@@ -103,6 +103,7 @@ private:
     QString unmetRear() const;
     QString unmetPark() const;
     QString unmetLight(int64_t us) const;
+    QString whyNotAllowed() const;
     QString unmetSpeed(int64_t us) const;
     bool isWishOver(const Request &request) const;
     QString whyUnheard(int64_t us) const;

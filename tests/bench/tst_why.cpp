@@ -138,25 +138,28 @@ private Q_SLOTS:
              "DA P at 1.000 | R at 2.000: the log does not tell"},
             // The lever: who says what, and whether the controller can have heard it.
             {toDA + "2 car gear R; 2.01 car gear R; 2.02 car gear P; 2.03 car gear R",
-             "DA P at 1.000 | R since 2.000: at most 2 in a row, 0x1004501 says P"},
+             "DA P at 1.000 | R since 2.000: at most 2 frames in a row, 0x1004501 says P"},
             {toDA + "2 car gear R; 2.01 node gear P; 2.02 car gear R; 2.03 node gear P",
-             "DA P at 1.000 | R since 2.000: at most 1 in a row, 0x1004001 says P"},
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row, 0x1004001 says P"},
             {toDA + "2 car gear R; " + QString("2 node gear R; ").repeated(20) + "2 now",
-             "DA P at 1.000 | R since 2.000: more than 20 in a row, not taken"},
+             "DA P at 1.000 | R since 2.000: more than 20 frames in a row, not taken"},
             {toDA + "2 car gear R; " + QString("2 node gear R; ").repeated(19) + "2 now",
-             "DA P at 1.000 | R since 2.000: at most 20 in a row"},
-            {toDA + "2 car gear R; 2.089 now", "DA P at 1.000 | R since 2.000: at most 1 in a row"},
+             "DA P at 1.000 | R since 2.000: at most 20 frames in a row"},
+            {toDA + "2 car gear R; 2.089 now",
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row"},
             {toDA + "2 car gear R; 2.091 now", "DA P at 1.000 | "},
             {toDA + "1.5 bus down; 2 car gear R",
              "DA P at 1.000 | R since 2.000: can0 is down since 1.500"},
             {toDA + "1.5 bus down; 1.8 bus up; 2 car gear R",
-             "DA P at 1.000 | R since 2.000: at most 1 in a row"},
-            {toDA + "1.8 loss; 2 car gear R", "DA P at 1.000 | R since 2.000: frames are lost"},
-            {toDA + "1.4 loss; 2 car gear R", "DA P at 1.000 | R since 2.000: at most 1 in a row"},
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row"},
+            {toDA + "1.8 loss; 2 car gear R",
+             "DA P at 1.000 | R since 2.000: frames are lost, not read in time"},
+            {toDA + "1.4 loss; 2 car gear R",
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row"},
             {toDA + "1.5 controller ended: crashed; 2 car gear R",
              "DA P at 1.000 | R since 2.000: no controller runs"},
             {toDA + toPVM + "3 car gear bad",
-             "PVM R since 2.000 | undefined since 3.000: no gear's code"},
+             "PVM R since 2.000 | undefined since 3.000: this code is no gear's"},
             // The turn light.
             {toDA + "2 car light LEFT; 2 light LEFT; 3 now",
              "DA P at 1.000 | turn light left since 2.000: no renderer runs"},
@@ -164,6 +167,9 @@ private Q_SLOTS:
              "DA P at 1.000 | turn light left since 2.000: not allowed yet"},
             {toDA + "2 renderer started; 2 forbidden; 2 car light RIGHT; 2 light RIGHT; 3 now",
              "DA P at 1.000 | turn light right since 2.000: the renderer's turn switch is off"},
+            {toDA + "2 forbidden; 2 car light RIGHT; 2 light RIGHT; 3 now",
+             "DA P at 1.000 | turn light right since 2.000: no renderer runs, and its turn switch "
+             "was off"},
             {toDA + "2 allowed; 3 car light LEFT; 3.05 now", "DA P at 1.000 | just sent"},
             {toDA + "2 allowed; 3 car light LEFT; 3.2 now",
              "DA P at 1.000 | the log does not tell"},
@@ -175,7 +181,8 @@ private Q_SLOTS:
              "before PVM"},
             {toDA + "1 gear 4; 1 car speed 9; 2 click; 2 to 1; 2 script 1; 2 exit 1 0; 2 shown "
                     "PVM; 3 car speed 20; 4 now",
-             "PVM click at 2.000 | speed above 15 since 3.000: rule off, PVM opened by hand at "
+             "PVM click at 2.000 | speed above 15 since 3.000: speed rule off since PVM was opened "
+             "by hand at "
              "2.000"},
             {toDA + "1 gear 4; 1 car speed 9; 2 click; 2 to 1; 2 script 1; 2 exit 1 0; 2 shown "
                     "PVM; 3 car speed 20; "
