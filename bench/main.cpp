@@ -39,7 +39,7 @@ namespace {
 constexpr char kPlayInside[] = "play-inside"; // the command that is for the bench itself
 const QStringList kCommands{"play",    "drive",   "record", "check",
                             "explain", "capture", "words",  "help"};
-const QStringList kWithOwnOptions{"explain", "capture", "compare"};
+const QStringList kWithOwnOptions{"drive", "explain", "capture", "compare"};
 const QStringList kOfDriving{"save",    "frames", "controller", "renderer", "can",
                              "channel", "log",    "report",     "json",     "verbose"};
 const QStringList kOfDrivingAlone{"save", "frames"};
@@ -343,8 +343,8 @@ int main(int argc, char *argv[])
                                  "*.drive of a folder",
                                  "play DRIVE|FOLDER...");
     parser.addPositionalArgument("drive [--save FILE]",
-                                 "does what is typed, or comes out of a pipe, as it comes; writes "
-                                 "a drive of it",
+                                 "does what is typed, or comes out of a pipe, as it comes, and "
+                                 "writes a drive of it; also --frames FILE",
                                  "| drive [--save FILE]");
     parser.addPositionalArgument("record DRIVE", "writes its frames as candump -L does",
                                  "| record DRIVE");
@@ -379,11 +379,6 @@ int main(int argc, char *argv[])
           "FILE"},
          {"report", "Writes a page to look at the drive with a browser.", "FILE"},
          {"json", "Writes every fact as a JSON object, one a line.", "FILE"},
-         {"save", "Of drive: writes the drive that was driven.", "FILE"},
-         {"frames",
-          "Of drive: the car's frames come from there as candump -L writes them, - for standard "
-          "input.",
-          "FILE"},
          {"can", "Plays over a real CAN interface, the other end of can0's bus.", "IFACE"},
          {"channel", "The channel of the log that is played.", "NAME", "can0"},
          {"from", "Plays a log from this drive time on, which becomes 0.", "S"},
@@ -392,10 +387,14 @@ int main(int argc, char *argv[])
          {"tolerant", "Leaves out lines of a log that cannot be read, and tells."}});
 
     addSuiteOptions(parser);
-    QCommandLineOption terminal("terminal",
-                                "Standard output is one, seen from outside the sandbox.");
-    terminal.setFlags(QCommandLineOption::HiddenFromHelp);
-    parser.addOption(terminal);
+    // Of drive, whose help tells two of them, and one that is for the bench itself: whether
+    // standard output is a terminal, seen from outside the sandbox.
+    for (QCommandLineOption option :
+         {QCommandLineOption("save", {}, "FILE"), QCommandLineOption("frames", {}, "FILE"),
+          QCommandLineOption("terminal")}) {
+        option.setFlags(QCommandLineOption::HiddenFromHelp);
+        parser.addOption(option);
+    }
 
     QStringList given = QCoreApplication::arguments();
     if (given.size() == 3 && given[1] == "help" && kWithOwnOptions.contains(given[2]))
@@ -408,8 +407,10 @@ int main(int argc, char *argv[])
         return explain(given.mid(2));
     if (given.value(1) == "capture")
         return capture(given.mid(2));
-    if (!parser.parse(QCoreApplication::arguments()))
+    if (!parser.parse(given))
         return complainOfUsage(parser.errorText().remove(QRegularExpression("\\.$")));
+    if (parser.isSet("help") && parser.positionalArguments().value(0) == "drive")
+        showDriveHelp();
     if (parser.isSet("help"))
         parser.showHelp(kHeld);
     if (parser.isSet(version))

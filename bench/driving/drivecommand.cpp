@@ -5,6 +5,7 @@
 #include "bench/board/descriptor.h"
 #include "bench/driving/console.h"
 #include "bench/driving/driver.h"
+#include "bench/driving/hand.h"
 #include "bench/playing/boardoptions.h"
 #include "bench/playing/outputs.h"
 
@@ -76,6 +77,32 @@ private:
 };
 
 } // namespace
+
+void showDriveHelp()
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "Powers a board and does what is typed, or comes out of a pipe, as it comes, in real "
+        "time.\n"
+        "Words are those that pvm-bench words lists, without `at` and the time. On a terminal,\n" +
+        Hand::help().join('\n') + '.');
+    parser.addPositionalArgument("drive", "this command", "drive");
+    parser.addOptions(
+        {{"save", "Writes what was done as a drive that expects each picture that came.", "FILE"},
+         {"frames",
+          "The car's frames come from there as candump -L writes them, - for standard input; "
+          "words of the car are refused then.",
+          "FILE"},
+         {"channel", "The channel of these frames, that of the first unless given.", "NAME"},
+         {"controller", "The controller instead of the one beside.", "PATH"},
+         {"renderer", "A renderer of one's own.", "PATH"},
+         {"can", "Drives over a real CAN interface.", "IFACE"},
+         {"log", "Writes the log of the controller, and of a renderer.", "FILE"},
+         {"report", "Writes a page to look at the drive with a browser.", "FILE"},
+         {"json", "Writes every fact as a JSON object, one a line.", "FILE"},
+         {"verbose", "Tells all of it, in lines of any length."}});
+    parser.showHelp(kHeld);
+}
 
 int driveByHand(const QCommandLineParser &options, QString *fault)
 {

@@ -9,6 +9,9 @@ class QCommandLineParser;
 /// The command of the bench that is for the bench itself, inside the sandbox.
 constexpr char kDriveInside[] = "drive-inside";
 
+/// Ends the process.
+[[noreturn]] void showDriveHelp();
+
 // Both return the exit code; what is wrong goes to @p fault, one line.
 
 /// `pvm-bench drive`: a board in a sandbox, and somebody at its wheel.
