@@ -84,7 +84,7 @@ void showDriveHelp()
     parser.setApplicationDescription(
         "Powers a board and does what is typed, or comes out of a pipe, as it comes, in real "
         "time.\n"
-        "Words are those that pvm-bench words lists, without `at` and the time. On a terminal,\n" +
+        "Words are those that pvm-bench words lists, without `at` and the time. On a terminal:\n" +
         Hand::help().join('\n') + '.');
     parser.addPositionalArgument("drive", "this command", "drive");
     parser.addOptions(

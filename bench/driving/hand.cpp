@@ -28,7 +28,7 @@ QString Hand::read(const QString &words, Statement *statement)
 {
     QString fault = parseWords(words, statement);
     if (!fault.isEmpty())
-        return fault;
+        return fault.remove(" after the time"); // there is none
     if (isForTheBeginning(statement->verb))
         return "this stands at 0 of a drive's file; the board runs already";
     if (statement->isOfVehicle() && !mHasVehicle)
@@ -94,9 +94,9 @@ QString Hand::status(const QString &picture, const Why &why) const
 
 QStringList Hand::help()
 {
-    return {"on an empty line: Up and Down speed, Left and Right turn light,",
-            "P R N D gear, C clicks the switch; Ctrl-P and Ctrl-N what was typed,",
-            "Tab completes; `end`, Ctrl-D or Ctrl-C end it"};
+    return {"on an empty line: Up, Down speed; Left, Right turn light;",
+            "P, R, N, D gear; C clicks the switch",
+            "Ctrl-P, Ctrl-N what was typed; Tab completes words", "`end`, Ctrl-D or Ctrl-C end it"};
 }
 
 /// Or off, when it is that already.

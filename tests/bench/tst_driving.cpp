@@ -149,6 +149,7 @@ private Q_SLOTS:
         row("", "gear R", false, true, "what the vehicle does comes from the live frames");
         row("", "frame 413#51", false, true, "what the vehicle does");
         row("", "switch click 0.2", false, true, "");
+        row("", "gera R", true, true, "'gera' is not allowed; allowed there: gear, light");
         row("", "gear X", true, true, "'X' is not allowed after 'gear'");
         for (const char *words : {"board without watchdog", "board with service",
                                   "board may lose frames", "pace 1 to 2"})
