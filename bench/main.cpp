@@ -7,12 +7,14 @@
 #include "bench/board/sandbox.h"
 #include "bench/comparing/compare.h"
 #include "bench/drive/drivefile.h"
+#include "bench/driving/drivecommand.h"
 #include "bench/incident/capture.h"
 #include "bench/incident/explain.h"
 #include "bench/language/candump.h"
 #include "bench/language/hints.h"
 #include "bench/language/seconds.h"
 #include "bench/language/words.h"
+#include "bench/playing/boardoptions.h"
 #include "bench/playing/outputs.h"
 #include "bench/playing/player.h"
 #include "bench/suite/check.h"
@@ -21,8 +23,6 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QCryptographicHash>
-#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
@@ -37,8 +37,13 @@
 namespace {
 
 constexpr char kPlayInside[] = "play-inside"; // the command that is for the bench itself
-const QStringList kCommands{"play", "record", "check", "explain", "capture", "words", "help"};
-const QStringList kWithOwnOptions{"explain", "capture", "compare"};
+const QStringList kCommands{"play",    "drive",   "record", "check",
+                            "explain", "capture", "words",  "help"};
+const QStringList kWithOwnOptions{"drive", "explain", "capture", "compare"};
+const QStringList kOfDriving{"save",    "frames", "controller", "renderer", "can",
+                             "channel", "log",    "report",     "json",     "verbose"};
+const QStringList kOfDrivingAlone{"save", "frames"};
+const QStringList kInRealTime{"speed", "virtual-time"};
 const QStringList kOfLogs{"channel", "from", "to", "skip-gaps", "tolerant"};
 
 /// Writes one line on standard error and gives the code back.
@@ -83,12 +88,6 @@ LogCut logCut(const QCommandLineParser &options)
 
 // What follows returns the exit code.
 
-/// Whether the timeline may be coloured and its last line live.
-bool isTerminal()
-{
-    return isatty(STDOUT_FILENO) == 1 && qEnvironmentVariable("TERM") != "dumb";
-}
-
 /// Plays a drive in a sandbox, and that in virtual time if it is wished.
 int play(const QString &drivePath, const QCommandLineParser &options)
 {
@@ -108,31 +107,16 @@ int play(const QString &drivePath, const QCommandLineParser &options)
         return complain(kBadInput, withError(name));
     QStringList programs;
     QStringList inside{kPlayInside};
-    for (const char *option : {"controller", "renderer"}) {
-        const QFileInfo program(options.value(option));
-        if (program.filePath().isEmpty())
-            continue;
-        if (!program.isFile() || !program.isExecutable())
-            return complain(kNoBoard, QStringLiteral("%1: the %2 is not an executable file")
-                                          .arg(program.filePath(), option));
-        programs << program.absoluteFilePath();
-        inside << QStringLiteral("--%1=%2").arg(option, programs.last());
-    }
+    const QString boardFault = addBoardOptions(options, &programs, &inside);
+    if (!boardFault.isEmpty())
+        return complain(kNoBoard, boardFault);
     const QString can = options.value("can");
     const bool isTimeVirtual = options.isSet("virtual-time");
-    const QString canFault = can.isEmpty() || isTimeVirtual ? QString() : RealBus::faultOf(can);
-    if (!canFault.isEmpty())
-        return complain(kNoBoard, can + ": " + canFault);
-    for (const char *option : {"channel", "speed", "can", "from", "to", "skip-gaps"})
+    for (const char *option : {"channel", "speed", "from", "to", "skip-gaps"})
         if (options.isSet(option))
             inside << QStringLiteral("--%1=%2").arg(option, options.value(option));
-    const QString report = options.value("report");
-    inside << "--report=" + (report == "-" ? "standard output" : report);
-    for (const char *option : {"verbose", "tolerant"})
-        if (options.isSet(option))
-            inside << QStringLiteral("--%1").arg(option);
-    if (isTerminal())
-        inside << "--terminal";
+    if (options.isSet("tolerant"))
+        inside << "--tolerant";
     inside << "--" << name << QString::number(drive);
 
     for (int i = 0; i < Outputs::kCount; ++i)
@@ -168,39 +152,14 @@ int playInVirtualTime(const QStringList &arguments)
     return code >= 0 ? code : complain(kNoBoard, fault);
 }
 
-/// Null without a descriptor.
-QFileDevice *openOutput(const QString &descriptor, QFile *file)
-{
-    const int fd = descriptor.toInt();
-    if (fd < 0)
-        return nullptr;
-    file->open(fd, QIODevice::WriteOnly | QIODevice::Unbuffered);
-    return file;
-}
-
-/// Who plays what, and when: a page or a line of facts says for itself where it comes from.
-QJsonObject runFacts(const QCommandLineParser &options, const QString &commandLine)
-{
-    QFile controller(options.value("controller"));
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (controller.open(QIODevice::ReadOnly))
-        hash.addData(&controller);
-    return {{"version", QCoreApplication::applicationVersion()},
-            {"controller", controller.fileName()},
-            {"controller_sha256", QString::fromLatin1(hash.result().toHex())},
-            {"command_line", commandLine},
-            {"speed", options.value("speed").toDouble()},
-            {"date", QDateTime::currentDateTimeUtc().toString(Qt::ISODate)}};
-}
-
 /// The part of it inside the sandbox, with the arguments that play() gave to it.
 int playInside(const QStringList &arguments, const QCommandLineParser &options)
 {
-    if (arguments.size() != 8)
+    if (arguments.size() != 9)
         return complain(kBadInput, QStringLiteral("%1 is for the bench itself").arg(kPlayInside));
     const QString &name = arguments[0];
     const double speed = options.value("speed").toDouble();
-    sandbox::Inside inside(arguments[6], arguments[7]);
+    sandbox::Inside inside(arguments[7], arguments[8]);
 
     Drive drive;
     QString fault = readDrive(arguments[1].toInt(), name, logCut(options), &drive);
@@ -228,14 +187,11 @@ int playInside(const QStringList &arguments, const QCommandLineParser &options)
     output.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered);
     QTextStream out(&output);
     signal(SIGPIPE, SIG_IGN); // a reader that leaves shows as an error of writing
-    const bool isLive = options.isSet("terminal");
-    const Style style{options.isSet("verbose"), isLive,
-                      isLive && qEnvironmentVariableIsEmpty("NO_COLOR")};
     const Outcome outcome = playDrive(
         board, drive,
-        {speed, out, style, openOutput(arguments[2], &log), openOutput(arguments[3], &json),
-         openOutput(arguments[4], &report), QFileInfo(name).fileName(), options.value("report"),
-         runFacts(options, arguments[5])},
+        {speed, out, styleOf(options), openOutput(arguments[2], &log),
+         openOutput(arguments[3], &json), openOutput(arguments[4], &report),
+         QFileInfo(name).fileName(), options.value("report"), runFacts(options, arguments[6])},
         inside);
     return outcome.fault.isEmpty() ? outcome.code : complain(outcome.code, outcome.fault);
 }
@@ -273,11 +229,13 @@ QString unknownCommand(const QString &word)
            (nearest.isEmpty() ? QString() : QStringLiteral("; did you mean %1?").arg(nearest));
 }
 
-/// The options that a command knows; playing knows all.
+/// The options that a command knows; playing knows all but those of drive alone.
 QStringList optionsOf(const QString &command)
 {
     if (command == "record")
         return kOfLogs;
+    if (command == "drive")
+        return kOfDriving;
     return command == "check" ? kOfLogs + QStringList{"tag", "skip-tag"} : QStringList();
 }
 
@@ -286,7 +244,11 @@ QString usageFault(const QString &command, const QStringList &drives,
                    const QCommandLineParser &options)
 {
     for (const QString &option : options.optionNames())
-        if (command != "play" && !optionsOf(command).contains(option))
+        if (command == "drive" && kInRealTime.contains(option))
+            return QStringLiteral("--%1 is not for drive: who drives by hand does so in real time")
+                .arg(option);
+        else if (command == "play" ? kOfDrivingAlone.contains(option)
+                                   : !optionsOf(command).contains(option))
             return QStringLiteral("--%1 does nothing for %2").arg(option, command);
     bool isNumber = false;
     const double speed = options.value("speed").toDouble(&isNumber);
@@ -349,6 +311,13 @@ int run(const QString &command, const QStringList &drives, const QCommandLinePar
         return check(drives, options);
     if (command == "play" && isSuite(drives, options))
         return playMany(drives, options);
+    if (command == "drive") {
+        if (!drives.isEmpty())
+            return complainOfUsage("drive takes no drive file; --save names the one to write");
+        QString driveFault;
+        const int code = driveByHand(options, &driveFault);
+        return driveFault.isEmpty() ? code : complain(code, driveFault);
+    }
     if (drives.size() != 1)
         return complainOfUsage(QStringLiteral("%1 takes one drive file").arg(command));
     return command == "record" ? record(drives[0], logCut(options)) : play(drives[0], options);
@@ -373,6 +342,10 @@ int main(int argc, char *argv[])
                                  "plays a drive file, - for standard input; or many, and each "
                                  "*.drive of a folder",
                                  "play DRIVE|FOLDER...");
+    parser.addPositionalArgument("drive [--save FILE]",
+                                 "does what is typed, or comes out of a pipe, as it comes, and "
+                                 "writes a drive of it; also --frames FILE",
+                                 "| drive [--save FILE]");
     parser.addPositionalArgument("record DRIVE", "writes its frames as candump -L does",
                                  "| record DRIVE");
     parser.addPositionalArgument("explain --journal FILE [--can LOG]",
@@ -414,10 +387,14 @@ int main(int argc, char *argv[])
          {"tolerant", "Leaves out lines of a log that cannot be read, and tells."}});
 
     addSuiteOptions(parser);
-    QCommandLineOption terminal("terminal",
-                                "Standard output is one, seen from outside the sandbox.");
-    terminal.setFlags(QCommandLineOption::HiddenFromHelp);
-    parser.addOption(terminal);
+    // Of drive, whose help tells two of them, and one that is for the bench itself: whether
+    // standard output is a terminal, seen from outside the sandbox.
+    for (QCommandLineOption option :
+         {QCommandLineOption("save", {}, "FILE"), QCommandLineOption("frames", {}, "FILE"),
+          QCommandLineOption("terminal")}) {
+        option.setFlags(QCommandLineOption::HiddenFromHelp);
+        parser.addOption(option);
+    }
 
     QStringList given = QCoreApplication::arguments();
     if (given.size() == 3 && given[1] == "help" && kWithOwnOptions.contains(given[2]))
@@ -430,8 +407,10 @@ int main(int argc, char *argv[])
         return explain(given.mid(2));
     if (given.value(1) == "capture")
         return capture(given.mid(2));
-    if (!parser.parse(QCoreApplication::arguments()))
+    if (!parser.parse(given))
         return complainOfUsage(parser.errorText().remove(QRegularExpression("\\.$")));
+    if (parser.isSet("help") && parser.positionalArguments().value(0) == "drive")
+        showDriveHelp();
     if (parser.isSet("help"))
         parser.showHelp(kHeld);
     if (parser.isSet(version))
@@ -441,6 +420,11 @@ int main(int argc, char *argv[])
     const QString command = words.isEmpty() ? QString() : words.takeFirst();
     if (command == kPlayInside)
         return playInside(words, parser);
+    if (command == kDriveInside) {
+        QString fault;
+        const int code = driveInside(words, parser, &fault);
+        return fault.isEmpty() ? code : complain(code, fault);
+    }
     if (command.isEmpty())
         return complainOfUsage("which command?");
     for (const QString &word : command == "help" ? words : QStringList{command})

@@ -9,5 +9,5 @@ install_arm64_packages() {
         as_root dpkg --add-architecture arm64
     fi
     install_packages crossbuild-essential-arm64 qtbase5-dev libqt5serialbus5-dev \
-        qtbase5-dev:arm64 libqt5serialbus5-dev:arm64 qemu-user-static
+        qtbase5-dev:arm64 libqt5serialbus5-dev:arm64 libedit-dev libedit-dev:arm64 qemu-user-static
 }

@@ -4,7 +4,7 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What the controller, the bench and the tests are built with and run on, beside Qt.
-packages=(g++ cmake ninja-build bubblewrap proot libjs-d3)
+packages=(g++ cmake ninja-build bubblewrap proot libedit-dev libjs-d3)
 qt5_packages=(qtbase5-dev libqt5serialbus5-dev libqt5serialbus5-plugins)
 qt6_packages=(qt6-base-dev qt6-serialbus-dev)
 

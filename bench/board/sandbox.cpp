@@ -109,7 +109,8 @@ std::vector<char *> pointersTo(std::vector<QByteArray> &words)
 
 /// The process's id. No QProcess: its child waits for a word from its parent, for ever if that is
 /// killed just then; this one goes on by itself and finds its parent gone.
-pid_t start(const QString &program, const QStringList &arguments, int errorOutput)
+pid_t start(const QString &program, const QStringList &arguments, int errorOutput,
+            sandbox::Keys keys)
 {
     std::vector<QByteArray> words{QFile::encodeName(program)};
     words.reserve(static_cast<size_t>(arguments.size()) + 1);
@@ -122,8 +123,12 @@ pid_t start(const QString &program, const QStringList &arguments, int errorOutpu
     const pid_t pid = fork();
     if (pid != 0)
         return pid;
-    setpgid(0, 0); // what a terminal sends to a whole group reaches the outer process alone
-    signal(SIGINT, SIG_DFL); // a shell starts what runs in the background with it ignored
+    // What a terminal sends to a whole group is for the outer process alone.
+    const bool isInGroup = keys == sandbox::Keys::Inside;
+    if (!isInGroup)
+        setpgid(0, 0);
+    // Else the default: a shell starts what runs in the background with it ignored.
+    signal(SIGINT, isInGroup ? SIG_IGN : SIG_DFL);
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(errorOutput, STDERR_FILENO);
     if (!isProot || lookOldForProot())
@@ -197,7 +202,8 @@ void endAllBut(const QList<QByteArray> &before)
 
 /// Makes the sandbox with @p maker and runs the inner process there, whose exit status goes to
 /// @p code. False with the reason in @p fault when nothing ran.
-bool runInside(const QString &maker, const QStringList &arguments, int *code, QString *fault)
+bool runInside(const QString &maker, const QStringList &arguments, sandbox::Keys keys, int *code,
+               QString *fault)
 {
     const QString program = QStandardPaths::findExecutable(maker);
     if (program.isEmpty()) {
@@ -225,7 +231,7 @@ bool runInside(const QString &maker, const QStringList &arguments, int *code, QS
 
     const pid_t pid = start(
         program, arguments + QStringList{QString::number(inner), QString::number(errorOutput)},
-        saying);
+        saying, keys);
     inner.reset();
     saying.reset();
     const pid_t insidePid = waitForInside(outer);
@@ -249,7 +255,7 @@ bool runInside(const QString &maker, const QStringList &arguments, int *code, QS
 } // namespace
 
 int sandbox::run(const QStringList &programs, bool hasRealCan, const QStringList &arguments,
-                 QString *fault)
+                 QString *fault, Keys keys)
 {
     SandboxRoot root;
     addSystem(root);
@@ -261,7 +267,7 @@ int sandbox::run(const QStringList &programs, bool hasRealCan, const QStringList
     catchSignals();
 
     int code = 0;
-    if (runInside("bwrap", root.bubblewrapArguments() + rights + inside, &code, fault) ||
+    if (runInside("bwrap", root.bubblewrapArguments() + rights + inside, keys, &code, fault) ||
         gToldInside != 0)
         return code;
     QTemporaryDir folder;
@@ -269,7 +275,8 @@ int sandbox::run(const QStringList &programs, bool hasRealCan, const QStringList
     QDir().mkpath(top);
     QString prootFault;
     fprintf(stderr, "pvm-bench: %s; trying proot instead\n", qPrintable(*fault));
-    const bool hasRun = runInside("proot", root.prootArguments(top) + inside, &code, &prootFault);
+    const bool hasRun =
+        runInside("proot", root.prootArguments(top) + inside, keys, &code, &prootFault);
     removeSystemVObjects(top + "/tmp");
     if (hasRun || gToldInside != 0)
         return code;

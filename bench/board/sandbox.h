@@ -18,6 +18,10 @@
  */
 namespace sandbox {
 
+/// Whose keys the terminal's are, Ctrl-C aside: the outer process gets that. One that reads a
+/// terminal has to be in its foreground.
+enum class Keys { Outside, Inside };
+
 /**
  * Runs /bench/pvm-bench inside, with the arguments and two more, see Inside, and returns its exit
  * status, or -1 with what is wrong in @p fault, one line. @p programs: paths of the programs that
@@ -25,7 +29,8 @@ namespace sandbox {
  * SIGINT, SIGTERM and SIGHUP are told to it the first time; the second one ends this process.
  * Descriptors without close-on-exec stay open inside.
  */
-int run(const QStringList &programs, bool hasRealCan, const QStringList &arguments, QString *fault);
+int run(const QStringList &programs, bool hasRealCan, const QStringList &arguments, QString *fault,
+        Keys keys = Keys::Outside);
 
 /// The inner process's end. Its two arguments are descriptors: the socket and the true stderr.
 class Inside

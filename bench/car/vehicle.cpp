@@ -154,53 +154,11 @@ struct Message
     }
 };
 
-class Vehicle
+} // namespace
+
+class vehicle::Live::Car
 {
 public:
-    explicit Vehicle(const std::vector<Statement> &statements)
-    {
-        const auto end = std::find_if(statements.begin(), statements.end(),
-                                      [](const Statement &s) { return s.verb == Verb::End; });
-        for (const Statement &statement : statements) {
-            // What is expected is waited for.
-            const int64_t spanUs = std::max(statement.spanUs, statement.limitUs);
-            if (statement.verb != Verb::Pace)
-                mEndUs = std::max(mEndUs, statement.atUs + spanUs);
-            take(statement);
-        }
-        if (end != statements.end())
-            mEndUs = end->atUs;
-    }
-
-    std::vector<BusFrame> frames() const
-    {
-        std::vector<Message> all = messages();
-        std::vector<BusFrame> sent;
-        const auto isEarlier = [](const Message &a, const Message &b) { return a.dueUs < b.dueUs; };
-        for (int64_t us = 0; us < mEndUs;) {
-            Message *next = nullptr;
-            for (Message &message : all)
-                if (message.dueUs <= us && (!next || message.priority() < next->priority()))
-                    next = &message;
-            if (!next) {
-                us = std::min_element(all.begin(), all.end(), isEarlier)->dueUs;
-                continue;
-            }
-            if (isSent(*next, us)) {
-                if (next->sender == Sender::Vehicle)
-                    std::copy_n(payload(next->frame.id, us).begin(), 8, next->frame.data);
-                us += vehicle::wireUs(next->frame);
-                next->frame.stampUs = vehicle::kStartUs + us;
-                sent.push_back(next->frame);
-                if (next->sender == Sender::Others)
-                    ++next->frame.data[7];
-            }
-            next->advance(us);
-        }
-        return sent;
-    }
-
-private:
     void take(const Statement &statement)
     {
         const int64_t us = statement.atUs;
@@ -229,14 +187,52 @@ private:
         case Verb::SetAwake:
             return mIsAwake.set(us, value == "awake" ? 1 : 0);
         case Verb::SendFrame:
-            return mExtra.push_back(
+            return mMessages.push_back(
                 {Sender::Drive, statement.frame, statement.spanUs, us, us + statement.limitUs});
         default:
             break;
         }
     }
 
-    std::vector<Message> messages() const
+    std::vector<BusFrame> until(int64_t endUs)
+    {
+        std::vector<BusFrame> sent;
+        const auto isEarlier = [](const Message &a, const Message &b) { return a.dueUs < b.dueUs; };
+        while (mUs < endUs) {
+            Message *next = nullptr;
+            for (Message &message : mMessages)
+                if (message.dueUs <= mUs && (!next || message.priority() < next->priority()))
+                    next = &message;
+            if (!next) {
+                const auto first = std::min_element(mMessages.begin(), mMessages.end(), isEarlier);
+                mUs = std::min(first->dueUs, endUs); // there may be other words by then
+                continue;
+            }
+            if (isSent(*next, mUs)) {
+                if (next->sender == Sender::Vehicle)
+                    std::copy_n(payload(next->frame.id, mUs).begin(), 8, next->frame.data);
+                mUs += vehicle::wireUs(next->frame);
+                next->frame.stampUs = vehicle::kStartUs + mUs;
+                sent.push_back(next->frame);
+                if (next->sender == Sender::Others)
+                    ++next->frame.data[7];
+            }
+            next->advance(mUs);
+        }
+        return sent;
+    }
+
+    int64_t nextUs() const
+    {
+        int64_t next = kNever;
+        for (const Message &message : mMessages)
+            if (message.dueUs < next && isSent(message, std::max(message.dueUs, mUs)))
+                next = message.dueUs;
+        return std::max(next, mUs);
+    }
+
+private:
+    static std::vector<Message> messages()
     {
         std::vector<Message> all;
         int64_t phaseUs = 0;
@@ -246,7 +242,6 @@ private:
             phaseUs += kPhaseUs;
         }
         addOtherTalk(&all);
-        all.insert(all.end(), mExtra.begin(), mExtra.end());
         return all;
     }
 
@@ -330,8 +325,8 @@ private:
         return level == 0 ? 0 : 4 - level;
     }
 
-    int64_t mEndUs = 0;
-    Track mGear{0}; ///< codes on the bus
+    int64_t mUs = 0; ///< what began before is sent
+    Track mGear{0};  ///< codes on the bus
     Track mLight{0};
     Track mKey{0x54};
     Track mSpeed{0};
@@ -340,14 +335,43 @@ private:
     Track mClock{-1}; ///< seconds since 1970 at drive time 0, as the bus counts; -1: none is sent
     Track mLoad{0};   ///< percent
     Track mIsAwake{1};
-    std::vector<Message> mExtra; ///< what `frame` asks for
+    std::vector<Message> mMessages = messages();
 };
 
-} // namespace
+vehicle::Live::Live() : mCar(std::make_unique<Car>())
+{}
+
+vehicle::Live::~Live() = default;
+
+void vehicle::Live::take(const Statement &statement)
+{
+    mCar->take(statement);
+}
+
+std::vector<BusFrame> vehicle::Live::until(int64_t us)
+{
+    return mCar->until(us);
+}
+
+int64_t vehicle::Live::nextUs() const
+{
+    return mCar->nextUs();
+}
 
 std::vector<BusFrame> vehicle::frames(const std::vector<Statement> &statements)
 {
-    return Vehicle(statements).frames();
+    Live car;
+    int64_t endUs = 0;
+    for (const Statement &statement : statements) {
+        // What is expected is waited for.
+        const int64_t spanUs = std::max(statement.spanUs, statement.limitUs);
+        if (statement.verb != Verb::Pace)
+            endUs = std::max(endUs, statement.atUs + spanUs);
+        car.take(statement);
+    }
+    const auto end = std::find_if(statements.begin(), statements.end(),
+                                  [](const Statement &s) { return s.verb == Verb::End; });
+    return car.until(end == statements.end() ? endUs : end->atUs);
 }
 
 std::vector<vehicle::Reading> vehicle::readings(const BusFrame &frame)

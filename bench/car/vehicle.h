@@ -4,6 +4,7 @@
 
 #include "bench/language/statement.h"
 
+#include <memory>
 #include <vector>
 
 /**
@@ -21,6 +22,28 @@ constexpr int64_t kStartUs = 1'700'000'000'000'000;
 
 /// Everything that it sends, until `end` or until all that the words ask for is over.
 std::vector<BusFrame> frames(const std::vector<Statement> &statements);
+
+/// One to which words come while it drives. It sends what frames() has of the same words.
+class Live
+{
+public:
+    Live();
+    ~Live();
+    Q_DISABLE_COPY(Live)
+
+    /// Not earlier than the last until().
+    void take(const Statement &statement);
+
+    /// The next frames, those that begin before this drive time.
+    std::vector<BusFrame> until(int64_t us);
+
+    /// When the next one begins, INT64_MAX while nothing is sent.
+    int64_t nextUs() const;
+
+private:
+    class Car;
+    std::unique_ptr<Car> mCar;
+};
 
 /// One thing that a frame tells, in a drive's words.
 struct Reading

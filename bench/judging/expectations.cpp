@@ -22,12 +22,18 @@ Expectations::Expectations(const DriveClock &clock, const std::vector<Statement>
                            Report report)
     : mClock(clock), mReport(std::move(report))
 {
-    for (const Statement &statement : statements) {
-        mAsked += statement.isExpectation() ? 1 : 0;
-        if (statement.isExpectation() && statement.kind == Fact::Kind::Log)
-            mLogTexts << statement.value;
-    }
+    for (const Statement &statement : statements)
+        foresee(statement);
     mStates[{Fact::Kind::Picture, {}}] = "PVM";
+}
+
+void Expectations::foresee(const Statement &statement)
+{
+    if (!statement.isExpectation())
+        return;
+    ++mAsked;
+    if (statement.kind == Fact::Kind::Log)
+        mLogTexts << statement.value;
 }
 
 void Expectations::ask(const Statement &statement, int64_t nowUs)

@@ -48,6 +48,12 @@ public:
     /// Of the log only lines that one of the @p statements may ask for are kept.
     Expectations(const DriveClock &clock, const std::vector<Statement> &statements, Report report);
 
+    /// One that was not known at first.
+    void foresee(const Statement &statement);
+
+    /// The whole log is kept, since nobody knows what will be asked of it.
+    void keepLog() { mLogTexts << QString(); }
+
     /// The moment of the statement, an expectation, has come. May settle it at once.
     void ask(const Statement &statement, int64_t nowUs);
 

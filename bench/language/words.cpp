@@ -405,6 +405,26 @@ QString parseWords(QString text, Statement *statement)
     return misfit(words);
 }
 
+QStringList wordsBehind(QString text)
+{
+    QVector<Word> words;
+    QString comment;
+    const auto size = text.size();
+    if (!splitWords(&text, &words, &comment).isEmpty() || text.size() < size) // a comment
+        return {};
+    QStringList behind;
+    for (const QString &element : allowedBehind(words, static_cast<int>(words.size())))
+        behind += element.split('|');
+    behind.removeAll(QString());
+    behind.removeDuplicates();
+    return behind;
+}
+
+bool isValueName(const QString &word)
+{
+    return word == "\"TEXT\"" || valueNamed(word) != nullptr;
+}
+
 QString wordListing()
 {
     QString listing;

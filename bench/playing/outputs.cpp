@@ -15,7 +15,8 @@
 
 namespace {
 
-constexpr std::array<const char *, Outputs::kCount> kOptions{"log", "json", "report"};
+constexpr std::array<const char *, Outputs::kCount> kOptions{"log", "json", "report", "save"};
+constexpr int kDrive = 3;
 
 /// False if one of them is not there.
 bool isSameFile(const QString &a, const QString &b)
@@ -52,8 +53,8 @@ QString Outputs::open(const QCommandLineParser &options, QStringList taken)
             mFiles[i].reset(dup(STDOUT_FILENO));
             continue;
         }
-        mFiles[i].reset(
-            ::open(QFile::encodeName(name).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0666));
+        mFiles[i].reset(::open(QFile::encodeName(name).constData(),
+                               O_WRONLY | O_CREAT | (i == kDrive ? 0 : O_TRUNC), 0666));
         if (mFiles[i] < 0)
             return name + ": " + strerror(errno);
         taken << name;

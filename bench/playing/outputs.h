@@ -11,13 +11,14 @@
 
 class QCommandLineParser;
 
-/// The files that a play writes: the log, the facts, the page. What an earlier run has left is gone
-/// as soon as they are open, and so is at the end what this run left empty: nobody may take one for
-/// this run's.
+/// The files that a play writes: the log, the facts, the page, the drive that was driven. What an
+/// earlier run has left is gone as soon as they are open, and so is at the end what this run left
+/// empty: nobody may take one for this run's. A drive is somebody's work, and stays until there is
+/// another.
 class Outputs
 {
 public:
-    static constexpr int kCount = 3; ///< --log, --json, --report
+    static constexpr int kCount = 4; ///< --log, --json, --report, --save
 
     Outputs() = default;
     ~Outputs();

@@ -175,6 +175,51 @@ private Q_SLOTS:
         }
         QCOMPARE(extra, 3); // at 0.5, 0.6 and 0.7
     }
+
+    /// Whenever it is looked at, and wherever words come, it sends what the same words make at
+    /// once.
+    void livesAsItWasForeseen()
+    {
+        const QString story = "0 gear R; 0.2 bus load 60; 0.3 speed 40 over 0.5; 0.4 bus asleep; "
+                              "0.6 bus awake; 0.6 frame 7FF#AA every 0.01 for 0.1; 0.9 light LEFT";
+        const std::vector<BusFrame> foreseen = framesOf(story);
+        vehicle::Live car;
+        std::vector<BusFrame> sent;
+        const auto goOn = [&](int64_t us) {
+            const std::vector<BusFrame> more = car.until(us);
+            sent.insert(sent.end(), more.begin(), more.end());
+        };
+        int64_t us = 0;
+        for (const QString &line : (story + "; 1 end").split("; ")) {
+            const int64_t atUs = qRound64(line.section(' ', 0, 0).toDouble() * 1e6);
+            for (; us < atUs; us += 7'001)
+                goOn(us);
+            goOn(atUs);
+            Statement statement;
+            QCOMPARE(parseWords(line.section(' ', 1), &statement), QString());
+            statement.atUs = atUs;
+            car.take(statement);
+        }
+        QCOMPARE(sent.size(), foreseen.size());
+        for (size_t i = 0; i < sent.size(); ++i)
+            QCOMPARE(candumpLine(sent[i], "can0"), candumpLine(foreseen[i], "can0"));
+    }
+
+    void tellsWhenItSendsNext()
+    {
+        vehicle::Live car;
+        QCOMPARE(car.nextUs(), int64_t{0});
+        QVERIFY(car.until(0).empty());
+        QCOMPARE(car.until(1).size(), size_t{1});
+        QCOMPARE(car.nextUs(), int64_t{1000});
+        QVERIFY(car.until(1000).empty());
+        QCOMPARE(car.until(1001).size(), size_t{1});
+        Statement asleep;
+        QCOMPARE(parseWords("bus asleep", &asleep), QString());
+        asleep.atUs = 2000;
+        car.take(asleep);
+        QCOMPARE(car.nextUs(), std::numeric_limits<int64_t>::max());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestVehicle)
