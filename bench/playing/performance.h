@@ -48,7 +48,7 @@ protected:
     virtual void playDue(int64_t now) = 0;
     virtual bool isOver(int64_t now) const = 0; ///< but for what is still expected
     virtual QString liveText(int64_t now) const = 0;
-    virtual bool isLog() const = 0; ///< of a vehicle that no words tell of
+    virtual bool isLog() const = 0;               ///< of a vehicle that no words tell of
     virtual void onTold(const Fact &, int64_t) {} ///< after it was told and judged
     virtual void onFinish(int64_t) {}             ///< before anything of the end is told
 
