@@ -19,11 +19,11 @@ Teller::Teller(const Journal &journal, const std::vector<BusFrame> &frames, QTex
 
 void Teller::tell(int64_t fromUs, int64_t toUs)
 {
+    take({Fact::Kind::Picture, {}, "?"}, 0);
     for (const QString &remark : mJournal.remarks) {
         mTimeline.noteWhole(0, "journal", remark);
         mFacts.add(0, "remark", remark);
     }
-    take({Fact::Kind::Picture, {}, "?"}, 0);
     const auto &lines = mJournal.lines;
     for (size_t i = 0; i < lines.size(); ++i) {
         if (lines[i].us < fromUs || lines[i].us > toUs)

@@ -25,6 +25,11 @@ function steps(first, kinds) {
   return list;
 }
 
+// A journal does not tell how a board was that nobody plays.
+const isExplained = of("result").some(fact => fact.value === "explained");
+const atFirst = value => isExplained ? "not told" : value;
+const isStop = fact => isExplained && fact.kind === "log" && fact.subject.startsWith("=== avm stop");
+
 const car = subject => steps("", {car: fact => fact.subject === subject ? fact.value : undefined});
 
 // Of a comparison the page shows the drive with controller A, and picture and why with B too.
@@ -32,7 +37,7 @@ const isCompared = of("B power").length > 0;
 const whose = side => side || (isCompared ? "A " : "");
 
 function picture(side) {
-  return band("picture", 42, steps("off", {[side + "power"]: fact => fact.value === "on" ? "PVM" : "off",
+  return band("picture", 42, steps(isExplained ? "?" : "off", {[side + "power"]: fact => fact.value === "on" ? "PVM" : "off",
     [side + "picture"]: fact => fact.value}), whose(side) + "picture");
 }
 
@@ -44,8 +49,8 @@ function why(side) {
 
 function renderer() {
   const off = new Set();
-  let isRunning = false;
-  return steps("not running", {renderer: fact => {
+  let isRunning = isExplained; // who tells flags runs
+  return steps(atFirst("not running"), {log: fact => isStop(fact) ? "no heartbeat" : undefined, renderer: fact => {
     const [what, value] = fact.value.split(" ");
     if (what === "started" || what === "ended") {
       isRunning = what === "started";
@@ -116,12 +121,13 @@ const lanes = [
   marks("commands", 2, of("command").map(fact => Object.assign({until: fact.at + Number(fact.value)},
     mark(fact, "square", fact.subject.replace("/etc/set_t840", ""), `${fact.subject}, takes ${fact.value} s`),
     {short: fact.subject.split(" ").pop()}))),
-  marks("watchdog", 1, of("watchdog").map(fact => fact.value === "fed" ? mark(fact, "diamond", "", "watchdog fed")
-    : mark(fact, "square", fact.value, "watchdog " + fact.value)), at => isFedAt(at) ? "fed" : "not fed"),
+  marks("watchdog", 1, facts.filter(isStop).map(fact => mark(fact, "square", "no heartbeat", "no longer fed"))
+    .concat(of("watchdog").map(fact => fact.value === "fed" ? mark(fact, "diamond", "", "watchdog fed")
+      : mark(fact, "square", fact.value, "watchdog " + fact.value))), at => atFirst(isFedAt(at) ? "fed" : "not fed")),
   marks("expectations", 2, settled, at => `${seen(settled, at).length} ✗`
     + seen(settled, at).filter(isFailed).length),
-  band("power", 14, steps("off", {power: fact => fact.value})),
-  band("bus", 14, steps("down", {power: fact => fact.value === "off" ? "down" : undefined,
+  band("power", 14, steps(atFirst("off"), {power: fact => fact.value})),
+  band("bus", 14, steps(atFirst("down"), {power: fact => fact.value === "off" ? "down" : undefined,
     bus: fact => fact.value === "connected" ? undefined : fact.value}), "can0"),
   ...of("line").map(line => curve("level", 13, lineLevel(line), `${line.subject} ${line.name}`, 1)),
 ];
@@ -160,7 +166,7 @@ function drawBands(lane) {
   const pieces = lane.steps.map((step, i) => ({value: step.value, from: x(step.at), to: x(ends[i].at)}))
     .filter(piece => piece.value && piece.value !== "0" && piece.to > Math.max(0, piece.from) && piece.from < width);
   const bands = lane.content.selectAll(".band").data(pieces).enter().append("g").attr("class", "band")
-    .classed("hatched", piece => /✗|not running|^off$|^\?$/.test(piece.value)).attr("data-value", piece => piece.value);
+    .classed("hatched", piece => /✗|not running|not told|no heartbeat|^off$|^\?$/.test(piece.value)).attr("data-value", piece => piece.value);
   bands.each(function (piece) {
     const from = Math.max(0, piece.from) + 4, to = Math.min(width, piece.to);
     d3.select(this).append("rect").attr("x", from - 4).attr("width", Math.max(1, to - from + 4)).attr("height", lane.height);
