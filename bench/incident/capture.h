@@ -6,6 +6,8 @@
 
 #include <QStringList>
 
+#include <limits>
+
 class QTextStream;
 
 /// `pvm-bench capture` with these arguments: writes a drive that repeats what a journal and a log

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 #include <utility>
 
 namespace {
@@ -26,6 +27,7 @@ constexpr int64_t kGapUs =
 constexpr int64_t kSilenceUs = 1'000'000; ///< a bus that is awake is never silent for so long
 constexpr int kTold = 3;                  ///< the first silences
 constexpr int64_t kBareUs = 10'000;       ///< between two lines without times
+constexpr int64_t kDayUs = 86'400'000'000;
 constexpr int64_t kLatestUs = 10'000'000'000'000'000; ///< the year 2286
 constexpr char kFetch[] = "fetch it with: journalctl -u pvm-controller -o json > FILE";
 
@@ -334,6 +336,33 @@ QString wallText(int64_t wallUs)
            " UTC";
 }
 
+namespace {
+
+/// Of a time of day, the one that lies in a stretch of the journal's clock or is the nearest to
+/// one: its time, and how far it lies outside.
+std::pair<int64_t, int64_t> nearestTo(QTime time, const Journal &journal)
+{
+    const std::vector<ClockStretch> &stretches = journal.stretches;
+    std::pair<int64_t, int64_t> nearest{0, std::numeric_limits<int64_t>::max()};
+    for (size_t i = 0; i < stretches.size(); ++i) {
+        const int64_t fromUs = stretches[i].firstUs;
+        const int64_t toUs =
+            i + 1 < stretches.size() ? stretches[i + 1].firstUs : journal.lines.back().us;
+        const int64_t firstDay = (fromUs + stretches[i].offsetUs) / kDayUs;
+        for (int64_t day = firstDay - 1; day <= (toUs + stretches[i].offsetUs) / kDayUs + 1;
+             ++day) {
+            const int64_t us =
+                day * kDayUs + time.msecsSinceStartOfDay() * int64_t{1000} - stretches[i].offsetUs;
+            const int64_t outsideUs = std::max({fromUs - us, us - toUs, int64_t{0}});
+            if (outsideUs < nearest.second)
+                nearest = {us, outsideUs};
+        }
+    }
+    return nearest;
+}
+
+} // namespace
+
 QString readMoment(const QString &text, const Journal &journal, int64_t *us)
 {
     bool isNumber = false;
@@ -347,9 +376,10 @@ QString readMoment(const QString &text, const Journal &journal, int64_t *us)
         return QStringLiteral("'%1' is not a time, such as 14:03:20 or 2.5").arg(text);
     if (journal.stretches.empty())
         return "the log has no wall-clock times";
-    const int64_t firstUs = journal.lines.front().wallUs;
-    const QDate day = QDateTime::fromMSecsSinceEpoch(firstUs / 1000).toUTC().date();
-    const int64_t dayMs = QDate(1970, 1, 1).daysTo(day) * int64_t{86'400'000};
-    *us = journal.timeOf((dayMs + time.msecsSinceStartOfDay()) * 1000);
+    const auto [nearestUs, outsideUs] = nearestTo(time, journal);
+    if (outsideUs > 0 && journal.stretches.size() > 1)
+        return text + " is not in the journal, whose clock was set; seconds from its first line "
+                      "are without doubt";
+    *us = nearestUs;
     return {};
 }

@@ -8,7 +8,6 @@
 #include <QStringList>
 
 #include <cstdint>
-#include <limits>
 #include <vector>
 
 /// One line of a journal. Times are microseconds.
@@ -43,7 +42,7 @@ struct Journal
 
     /// The time of a wall-clock stamp that comes behind one of @p afterUs; a clock that is set back
     /// shows each stamp twice.
-    int64_t timeOf(int64_t wallUs, int64_t afterUs = std::numeric_limits<int64_t>::min()) const;
+    int64_t timeOf(int64_t wallUs, int64_t afterUs) const;
 };
 
 /**
@@ -64,6 +63,7 @@ QString readFrames(const QString &path, const QString &channel, Journal *journal
 /// A wall-clock time for people, in UTC.
 QString wallText(int64_t wallUs);
 
-/// Reads "14:03:20", on the day of the journal's first line and in UTC, or seconds, into the
-/// journal's time of it. Returns what is wrong, or an empty text.
+/// Reads "14:03:20", the first such time in the journal and in UTC, or seconds, into the journal's
+/// time of it. A time outside a journal whose clock was set is none. Returns what is wrong, or an
+/// empty text.
 QString readMoment(const QString &text, const Journal &journal, int64_t *us);

@@ -51,7 +51,8 @@ void Teller::send(const BusFrame &frame)
 
 void Teller::takeManagers(const JournalLine &line)
 {
-    mTimeline.note(line.us, "service", line.text);
+    mTimeline.note(line.us, "service", QString(line.text).remove("pvm-controller.service: "));
+    mFacts.add(line.us, "log", "systemd: " + line.text);
     if (line.isBoot()) {
         take({Fact::Kind::Power, "boot", "off"}, line.us);
         take({Fact::Kind::Power, {}, "on"}, line.us);

@@ -84,6 +84,8 @@ private Q_SLOTS:
     void drive_data();
     void drive();
     void frames();
+    void moments_data();
+    void moments();
     void noDrive_data();
     void noDrive();
 };
@@ -320,6 +322,50 @@ void TestCapture::noDrive()
     QFETCH(QString, fault);
     const QString text = written(journal, {}, {});
     QVERIFY2(text.startsWith(fault), qPrintable(text));
+}
+
+/// 22:13:20 is the first line's; after 10 s the clock is set to 21:13:30 of the day after the next,
+/// where it ends half a minute later.
+void TestCapture::moments_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("isSet");
+    QTest::addColumn<double>("seconds"); // below 0: a fault
+    const auto row = [](const char *text, bool isSet, double seconds) {
+        QTest::addRow("%s, clock %s", text, isSet ? "set" : "left") << text << isSet << seconds;
+    };
+    row("2.5", true, 2.5);
+    row("22:13:20", true, 0);
+    row("22:13:30", true, 10);
+    row("22:13:31", true, -1);
+    row("21:13:29", true, -1);
+    row("21:13:31", true, 11);
+    row("21:14", true, 40);
+    row("21:14:01", true, -1);
+    row("noon", true, -1);
+    row("22:14", false, 40);
+    row("23:14", false, 3640);  // behind the last line
+    row("00:00", false, 6400);  // over midnight
+    row("22:13:18", false, -2); // in front of the first
+}
+
+void TestCapture::moments()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, isSet);
+    QFETCH(double, seconds);
+    constexpr int64_t kFirstUs = 1'700'000'000'000'000;
+    Journal journal;
+    journal.lines = {{0, kFirstUs, true, "first"}, {40'000'000, 0, true, "last"}};
+    journal.stretches = {{0, kFirstUs}};
+    if (isSet)
+        journal.stretches.push_back(
+            {10'000'000, kFirstUs + (2 * 86'400 - 3'600) * int64_t{1'000'000}});
+    int64_t us = -1;
+    const QString fault = readMoment(text, journal, &us);
+    QCOMPARE(fault.isEmpty(), seconds != -1);
+    if (fault.isEmpty())
+        QCOMPARE(us, static_cast<int64_t>(seconds * 1e6));
 }
 
 QTEST_GUILESS_MAIN(TestCapture)
