@@ -23,8 +23,10 @@
 #include <sched.h>
 #include <sys/personality.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <vector>
 
@@ -68,13 +70,31 @@ QByteArray memoryFolder(const QString &otherwise)
     return isFit ? "/dev/shm" : QFile::encodeName(otherwise);
 }
 
-/// Its processes take turns: on one core none has to be woken on another.
-void stayOnThisCore()
+/// Its processes take turns: on one core none has to be woken on another. Two machines are not to
+/// share one: the core is the next whose name nobody has, and the name is held for as long as a
+/// process of this machine lives.
+void takeCore()
 {
-    cpu_set_t core;
-    CPU_ZERO(&core);
-    CPU_SET(sched_getcpu(), &core);
-    sched_setaffinity(0, sizeof core, &core);
+    cpu_set_t allowed;
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    const int first = sched_getcpu();
+    for (int i = 0; i < CPU_SETSIZE; ++i) {
+        const int core = (first + i) % CPU_SETSIZE;
+        if (!CPU_ISSET(core, &allowed))
+            continue;
+        const QByteArray name = "pvm-bench-core-" + QByteArray::number(core);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX; // no file: the first byte of the name is 0
+        memcpy(address.sun_path + 1, name.constData(), static_cast<size_t>(name.size()));
+        const int holder = socket(AF_UNIX, SOCK_DGRAM, 0);
+        if (bind(holder, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
+            CPU_ZERO(&allowed);
+            CPU_SET(core, &allowed);
+            sched_setaffinity(0, sizeof allowed, &allowed);
+            return;
+        }
+        close(holder);
+    }
 }
 
 class Machine
@@ -214,7 +234,7 @@ private:
             _exit(EXIT_FAILURE);
         for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE})
             std::signal(signal, SIG_DFL);
-        stayOnThisCore();
+        takeCore();
         personality(ADDR_NO_RANDOMIZE); // its memory is as large each time
         dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
         dup2(open(said.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600), STDOUT_FILENO);
