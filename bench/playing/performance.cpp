@@ -9,6 +9,7 @@
 #include <QFileDevice>
 
 #include <algorithm>
+#include <limits>
 #include <poll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>

@@ -393,8 +393,8 @@ QString WhyReader::unmetLever(int64_t us) const
     for (auto told = mTold.cbegin(); told != mTold.cend(); ++told)
         newestUs = std::max(newestUs, told->sinceUs);
     for (auto told = mTold.cbegin(); told != mTold.cend(); ++told) {
-        if (!isTold(told.key(), us) || told->lastUs < newestUs)
-            continue;
+        if (!isTold(told.key(), us) || told->lastUs < newestUs || told->longest == 0)
+            continue; // the last: not since a gear was taken
         const bool isWish = (told.key() == "R" && mGear != "R" && mPicture == "DA") ||
                             (told.key() == "P" && mGear != "P" && mPicture == "PVM") ||
                             told.key() == "undefined" || mGear == "R";

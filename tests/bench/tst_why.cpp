@@ -152,6 +152,9 @@ private Q_SLOTS:
              "DA P at 1.000 | R since 2.000: can0 is down since 1.500"},
             {toDA + "1.5 bus down; 1.8 bus up; 2 car gear R",
              "DA P at 1.000 | R since 2.000: at most 1 frame in a row"},
+            {toDA + "1.9 car gear D; 1.95 car gear R; 1.96 car gear D; 1.97 car gear R; " + toPVM +
+                 "2.01 now",
+             "PVM R since 2.000 | "},
             {toDA + "1.8 loss; 2 car gear R",
              "DA P at 1.000 | R since 2.000: frames are lost, not read in time"},
             {toDA + "1.4 loss; 2 car gear R",
