@@ -39,17 +39,20 @@ LeadIn leadIn(const CarState &state)
     if (state.picture.isEmpty())
         lead.remarks << "the picture at the start is not told";
 
-    // The first gear other than R asks for DA.
-    lead.car.push_back({0, "gear " + (isReverse ? "D" : gear)});
-    lead.car.push_back({0, "key " + of("key", "ON")});
-    lead.car.push_back({0, "radar " + of("radar", "000000")});
-    ask(0, "0", true);
     for (const char *flag : {"turn-switch", "initialised"})
         if (state.board[flag] == "off")
             lead.board.push_back({0, QStringLiteral("renderer %1 off").arg(flag)});
     for (const char *line : {"acc", "deserializer-lock", "serializer-lock"})
         if (state.board[line] != CarState().board[line])
             lead.board.push_back({0, QString(line) + ' ' + state.board[line]});
+    if (!state.isGearHeard) // a fresh board is there already
+        return lead;
+
+    // The first gear other than R asks for DA.
+    lead.car.push_back({0, "gear " + (isReverse ? "D" : gear)});
+    lead.car.push_back({0, "key " + of("key", "ON")});
+    lead.car.push_back({0, "radar " + of("radar", "000000")});
+    ask(0, "0", true);
 
     // PVM by a click, unless light or R bring it. One at a standstill is taken away by the speed
     // later, one at speed is not.

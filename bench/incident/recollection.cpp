@@ -98,6 +98,8 @@ private:
         mHasLife = true;
         guessStart(first);
         mResult.start = mNow;
+        if (!mNow.isGearHeard && first > 0)
+            mCarWords.wake(first - 1, mResult.endUs, false);
     }
 
     /// What was not told before is told by what the first change changes.
@@ -105,6 +107,8 @@ private:
     {
         for (size_t i = first; i < mLines.size() && !isLifesEnd(mJournal, i, mResult.endUs); ++i) {
             const Said car = saidOfCar(mLines[i].text);
+            if (car.subject == "gear" && car.before == "-1")
+                mNow.isGearHeard = false;
             if (!car.before.isEmpty() && car.before != "-1" &&
                 mNow.car.value(car.subject).isEmpty())
                 mNow.car[car.subject] = car.before;

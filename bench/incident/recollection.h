@@ -35,6 +35,7 @@ struct CarState
                                  {"turn-switch", ""},
                                  {"initialised", ""}};
     QString picture;                  ///< "0" DA, "1" PVM, as the controller believes
+    bool isGearHeard = true;          ///< not by a controller that has started and heard none yet
     bool isPvmBeforeTurn = false;     ///< PVM was there when the turn light asked for it
     bool isSpeedTakingPvmAway = true; ///< not after a click that opened it at speed
 };

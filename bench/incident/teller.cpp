@@ -114,7 +114,8 @@ void Teller::route(const QString &request, int64_t us)
     const QString script = QString(places::kPictureScript) + ' ' + request;
     take({Fact::Kind::Command, script, "0"}, us);
     take({Fact::Kind::Picture, {}, request == "1" ? "PVM" : "DA"}, us);
-    take({Fact::Kind::Exit, script, "0"}, us);
+    // How it ended no log tells: no fact, but the reasons take the picture as brought.
+    mWhyTeller.take({Fact::Kind::Exit, script, "0"}, us);
 }
 
 void Teller::take(const Fact &fact, int64_t us)

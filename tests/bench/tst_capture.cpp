@@ -253,6 +253,13 @@ void TestCapture::drive_data()
         0,
         {"at 0.000 gear N\n", "at 1.500 switch click 0.3\n", "# light at the start is not told\n"});
 
+    row("a part that begins before the first gear",
+        asJson(
+            "0 PvmMain  currentThreadId\n0.1 CAN 0  Open OK.\n20 feed wdt\n40 ==== CAN SIG GEAR  "
+            "-1 ,change to: 1\n40 ====  toSwitchVideo  isToPVM  0\n"),
+        30, {"bus asleep\n", "at 14.995 gear P\n", "expect no log \"toSwitchVideo  isToPVM\" for"},
+        {"at 0.000 gear", "switch click", "to begin with"});
+
     row("what no controller says",
         kStart + kFirstD +
             "4.000  ==== CAN SIG GEAR  4 ,change to: 7\n5.000  ==== RADAR \"ff000000\" ,change to: "
