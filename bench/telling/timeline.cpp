@@ -132,12 +132,18 @@ void Timeline::takeFrame(const BusFrame &frame, int64_t us)
     for (const vehicle::Reading &reading : vehicle::readings(frame)) {
         if (reading.subject != "gear" && reading.subject != "light" && reading.subject != "key")
             continue;
-        const auto last = mSent.constFind(reading.subject);
-        if (last != mSent.constEnd() &&
-            (last->value == reading.value || us - last->us < kSentGapUs))
+        auto sent = mSent.find(reading.subject);
+        const bool isFirst = sent == mSent.end();
+        if (isFirst)
+            sent = mSent.insert(reading.subject, {});
+        sent->changes += sent->newest != reading.value;
+        sent->newest = reading.value;
+        if (!isFirst && (sent->told == reading.value || us - sent->us < kSentGapUs))
             continue;
-        mSent[reading.subject] = {reading.value, us};
-        note(us, "car", reading.subject + ' ' + reading.value);
+        const QString often =
+            sent->changes > 1 ? QStringLiteral(", changed %1 times").arg(sent->changes) : QString();
+        *sent = {reading.value, reading.value, us, 0};
+        note(us, "car", reading.subject + ' ' + reading.value + often);
     }
 }
 

@@ -72,8 +72,10 @@ private:
 
     struct Sent
     {
-        QString value;
-        int64_t us;
+        QString told;
+        QString newest;
+        int64_t us = 0;  ///< when it was told
+        int changes = 0; ///< since then
     };
 
     QString coloured(const char *colour, const QString &text) const;
