@@ -173,7 +173,7 @@ private:
         if (behind == mReasons.begin())
             return {};
         const Reason &reason = *(behind - 1);
-        return "in the car: " + reason.because +
+        return reason.because +
                (reason.unmet.isEmpty() ? QString() : "; the other not: " + reason.unmet);
     }
 
@@ -216,7 +216,7 @@ private:
             const int64_t lastUs = request.us + request.toleranceUs;
             dueUs = std::max(dueUs, lastUs);
             const QString within = " within " + DriveClock::seconds(lastUs - us);
-            const QString why = request.us < mPart.fromUs ? "to begin with" : reasonAt(request.us);
+            const QString why = whyOf(request);
             if (request.isChange)
                 lines->push_back({us,
                                   QStringLiteral("expect picture %1 within %2")
@@ -231,6 +231,14 @@ private:
         }
         if (mSeen.endUs > dueUs)
             lines->push_back(noneBetween(dueUs, mSeen.endUs));
+    }
+
+    QString whyOf(const Request &request) const
+    {
+        if (request.us < mPart.fromUs)
+            return "to begin with";
+        const bool isNews = request.isChange || request.isRefused;
+        return (isNews ? "in the car: " : "there before in the car: ") + reasonAt(request.us);
     }
 
     static DriveLine noneBetween(int64_t fromUs, int64_t toUs)

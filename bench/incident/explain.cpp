@@ -80,6 +80,8 @@ int explain(const QStringList &arguments)
 
     if (journal.lines.front().wallUs > 0)
         journal.remarks.prepend("0.000 is " + wallText(journal.lines.front().wallUs));
+    if (parser.isSet("at"))
+        journal.remarks << parser.value("at") + " is " + DriveClock::seconds(atUs);
     if (frames.empty())
         journal.remarks << "without a log of the bus, the car is what the controller says of it";
     journal.remarks << "whether a script has routed what was asked for is not in a journal";

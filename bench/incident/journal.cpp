@@ -212,10 +212,11 @@ private:
         if (stretches.empty() || std::abs(offsetUs - stretches.back().offsetUs) > kJumpUs) {
             if (!stretches.empty())
                 mJournal->remarks
-                    << QStringLiteral("the clock was set by %1 s in front of line %2")
+                    << QStringLiteral("the clock was set by %1 s in front of line %2, which is %3")
                            .arg(static_cast<double>(offsetUs - stretches.back().offsetUs) / 1e6, 0,
                                 'f', 1)
-                           .arg(mJournal->lines.size() + 1);
+                           .arg(mJournal->lines.size() + 1)
+                           .arg(wallText(wallUs));
             stretches.push_back({us, offsetUs});
         }
         mLastWallUs = wallUs;

@@ -114,6 +114,12 @@ void TestCapture::drive_data()
     row("a gear that the timer tells again is none",
         kStart + kFirstD + "5.030  ==== CAN SIG GEAR  4 ,change to: 4\n", 0, {},
         {"gear D\nat 5", "at 5.000 gear"});
+    row("asked for what is there",
+        kStart + kFirstD +
+            "5.030  ==== CAN SIG GEAR  4 ,change to: 1\n"
+            "5.030  ==== Enter P ====\n5.030  ====  toSwitchVideo  isToPVM  0\n",
+        0, {"  0\" within 1.000  # there before in the car: first gear, D at 0.030\n"},
+        {"expect picture DA within 1.000  # there"});
     row("a bus that sleeps at first",
         kStart + "3.004  ==== CAN SIG LIGHT_STATUS  \"[HARZARD]\" ,change to: \"[LEFT]\"\n"
                  "3.005  ==== CAN SIG KEY_STATUS  -1 ,change to: 0\n",
