@@ -1,0 +1,2 @@
+// SPDX-License-Identifier: MIT
+// The library that holds the headers needs a source.
