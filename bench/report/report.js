@@ -105,6 +105,14 @@ const settled = of("expect").map(fact => Object.assign({from: fact.asked}, fact.
 const differences = of("difference").map(fact => mark(fact, fact.value === "A" ? "triangle-up" : "triangle-down",
   fact.value, `only with ${fact.value}: ${fact.subject}`));
 const isFailed = item => item.shape === "cross";
+const feeds = of("watchdog");
+const gaps = feeds.map((fact, i) => ({fact, until: (feeds[i + 1] || {at: end}).at}))
+  .filter(gap => gap.fact.value === "fed" && gap.until - gap.fact.at > 2.5).map(gap => Object.assign({until: gap.until},
+    mark(gap.fact, "square", "not fed", `not fed for ${(gap.until - gap.fact.at).toFixed(1)} s`)));
+// For longer than a script takes, or the 100 ms: wishes that were not fulfilled, and PVM that nobody draws.
+const unmet = of("why").map((fact, i, all) => ({fact, until: (all[i + 1] || {at: end}).at,
+  text: fact.unmet ? `not ${fact.subject === "PVM" ? "DA" : "PVM"}: ${fact.unmet}` : `${fact.subject}, ${fact.value}`}))
+  .filter(wish => (wish.fact.unmet || wish.fact.value.includes("no renderer")) && wish.until - wish.fact.at >= 0.5);
 const lanes = [
   picture(""),
   why(""),
@@ -120,10 +128,10 @@ const lanes = [
   ...radar(),
   marks("commands", 2, of("command").map(fact => Object.assign({until: fact.at + Number(fact.value)},
     mark(fact, "square", fact.subject.replace("/etc/set_t840", ""), `${fact.subject}, takes ${fact.value} s`),
-    {short: fact.subject.split(" ").pop()}))),
+    {short: fact.subject.split(" ")[fact.subject.startsWith("/etc/") ? "pop" : "shift"]().replace("/etc/set_t840", "")}))),
   marks("watchdog", 1, facts.filter(isStop).map(fact => mark(fact, "square", "no heartbeat", "no longer fed"))
-    .concat(of("watchdog").map(fact => fact.value === "fed" ? mark(fact, "diamond", "", "watchdog fed")
-      : mark(fact, "square", fact.value, "watchdog " + fact.value))), at => atFirst(isFedAt(at) ? "fed" : "not fed")),
+    .concat(feeds.map(fact => fact.value === "fed" ? mark(fact, "diamond", "", "watchdog fed")
+      : mark(fact, "square", fact.value, "watchdog " + fact.value)), gaps).sort((a, b) => a.at - b.at), at => atFirst(isFedAt(at) ? "fed" : "not fed")),
   marks("expectations", 2, settled, at => `${seen(settled, at).length} ✗`
     + seen(settled, at).filter(isFailed).length),
   band("power", 14, steps(atFirst("off"), {power: fact => fact.value})),
@@ -163,14 +171,15 @@ cursor.append("text").attr("y", 14);
 
 function drawBands(lane) {
   const ends = lane.steps.slice(1).concat({at: end});
-  const pieces = lane.steps.map((step, i) => ({value: step.value, from: x(step.at), to: x(ends[i].at)}))
+  const pieces = lane.steps.map((step, i) => ({value: step.value, at: `${seconds(step.at)} to ${seconds(ends[i].at)}`, from: x(step.at), to: x(ends[i].at)}))
     .filter(piece => piece.value && piece.value !== "0" && piece.to > Math.max(0, piece.from) && piece.from < width);
   const bands = lane.content.selectAll(".band").data(pieces).enter().append("g").attr("class", "band")
-    .classed("hatched", piece => /✗|not running|not told|no heartbeat|^off$|^\?$/.test(piece.value)).attr("data-value", piece => piece.value);
+    .classed("hatched", piece => /✗|not running|not told|no heartbeat|no renderer|^off$|^down$|^\?$/.test(piece.value)).attr("data-value", piece => piece.value);
   bands.each(function (piece) {
     const from = Math.max(0, piece.from) + 4, to = Math.min(width, piece.to);
+    d3.select(this).append("title").text(`${piece.at}\n${piece.value}`);
     d3.select(this).append("rect").attr("x", from - 4).attr("width", Math.max(1, to - from + 4)).attr("height", lane.height);
-    piece.value.split("\n").forEach((line, i, all) => d3.select(this).append("text").text(cut(line, to - from, 5.6))
+    piece.value.split("\n").forEach((line, i, all) => d3.select(this).append("text").text(cut(line, to - from, 6))
       .attr("x", from).attr("y", lane.height / 2 + 4 + (i - (all.length - 1) / 2) * 13));
   });
 }
@@ -194,7 +203,7 @@ function drawMarks(lane) {
     const group = lane.content.append("g").attr("transform", `translate(0,${16 * (i % lane.rows) + 8})`)
       .attr("class", "mark").classed({failed: isFailed(item), chosen: item === chosen}).on("click", () => choose(item));
     group.append("title").text(seconds(item.at) + "  " + item.detail);
-    group.append("rect").attr("x", x(from)).attr("y", -1).attr("width", x(until) - x(from)).attr("height", 2);
+    group.append("rect").attr("x", x(from)).attr("y", item.until ? 6 : -1).attr("width", x(until) - x(from)).attr("height", 2);
     group.append("path").attr("d", d3.svg.symbol().type(item.shape).size(isFailed(item) ? 90 : 36))
       .attr("transform", `translate(${x(item.at)},0)` + (isFailed(item) ? "rotate(45)" : ""));
     const next = lane.items[i + lane.rows], room = (next ? x(next.at) : width) - x(item.at) - 14;
@@ -206,7 +215,7 @@ function drawMarks(lane) {
 function redraw() {
   plot.selectAll(".lane .content > *").remove();
   lanes.forEach(lane => lane.draw(lane));
-  axis.call(d3.svg.axis().scale(x).orient("top").ticks(width / 90).tickFormat(at => at + " s"));
+  axis.call(d3.svg.axis().scale(x).orient("top").ticks(width / 90).tickFormat(at => Number(at.toFixed(6)) + " s"));
   showCursor();
 }
 
@@ -232,7 +241,7 @@ function goTo(at) {
     view(now - (to - from) / 2, now + (to - from) / 2);
 }
 
-const failures = of("failure").map(fact => fact.settled).concat(of("difference").map(fact => fact.at))
+const failures = of("failure").map(fact => fact.settled).concat(of("difference").map(fact => fact.at), unmet.map(wish => wish.fact.at))
   .sort((a, b) => a - b);
 function goToFailure(at) {
   if (at !== undefined)
@@ -279,6 +288,11 @@ d3.select("#result").text({FAILED: "✗ ", held: "✓ "}[result] || "").classed(
 fill("#remarks", "remark", "li").text(fact => fact.subject);
 fill("#failures", "failure", "li").append("a").attr("href", "#why").text(fact => fact.subject)
   .on("click", fact => { d3.event.preventDefault(); goTo(fact.settled); });
+d3.select("#unmet").selectAll("li").data(unmet.slice(0, 12)).enter().append("li").append("a").attr("href", "#why")
+  .text(wish => `${seconds(wish.fact.at)} to ${seconds(wish.until)} ✗ ${wish.text}`)
+  .on("click", wish => { d3.event.preventDefault(); goTo(wish.fact.at); });
+if (unmet.length > 12)
+  d3.select("#unmet").append("li").text(`and ${unmet.length - 12} more: key n`);
 const figures = fill("#figures", "figure", "div");
 figures.append("dt").text(fact => fact.subject.replace(/_/g, " "));
 figures.append("dd").text(fact => Number(Number(fact.value).toFixed(3)));

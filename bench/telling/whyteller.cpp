@@ -5,6 +5,7 @@
 namespace {
 
 constexpr int64_t kStandsUs = 60'000; ///< longer than a gear's run of frames
+constexpr int64_t kFirstUs = 20'000;  ///< what the controller says of a picture has come by then
 
 } // namespace
 
@@ -22,14 +23,18 @@ void WhyTeller::takeFrame(const BusFrame &frame, int64_t us)
 
 void WhyTeller::follow(int64_t us)
 {
-    const bool isPictureOld = us - mPictureSinceUs >= kStandsUs && mWhy.picture != mTold.picture;
-    if (us - mSinceUs >= kStandsUs || isPictureOld)
+    const bool isPictureNew = mWhy.picture != mTold.picture;
+    const bool isPictureOld = isPictureNew && us - mPictureSinceUs >= kStandsUs;
+    if (us - mSinceUs >= (isPictureNew ? kFirstUs : kStandsUs) || isPictureOld)
         tell();
     const Why why = now(us);
     if (why == mWhy)
         return;
-    if (why.picture != mWhy.picture)
+    if (why.picture != mWhy.picture) {
+        if (mWhy.picture != mTold.picture)
+            tell(); // a picture is told however short it was
         mPictureSinceUs = us;
+    }
     mWhy = why;
     mSinceUs = us;
 }
@@ -44,7 +49,10 @@ void WhyTeller::tell()
 {
     if (mWhy == mTold)
         return;
+    // The first why of a picture holds since that is shown: what the controller says of it comes a
+    // little later.
+    const int64_t sinceUs = mWhy.picture == mTold.picture ? mSinceUs : mPictureSinceUs;
     mTold = mWhy;
-    mFacts.addWhy(mWhy, mSinceUs);
-    mTimeline.tellUnmet(mWhy, mSinceUs);
+    mFacts.addWhy(mWhy, sinceUs);
+    mTimeline.tellUnmet(mWhy, sinceUs);
 }

@@ -20,6 +20,8 @@ constexpr int64_t kScriptUs = 500'000;   ///< so long may a script take to begin
 constexpr int64_t kLossUs = 500'000;     ///< a loss counts for so long
 constexpr int64_t kToldUs = 90'000;      ///< a gear comes each 10 or 20 ms
 constexpr int kManyFrames = 20;          ///< in a row; more than any gear takes
+constexpr int64_t kQuietUs = 1'500'000;  ///< the controller feeds the watchdog each second
+constexpr uint32_t kGearId = 0x1004501;  ///< 5 frames in a row, of the other identifier 11
 constexpr char kUnknown[] = "the log does not tell";
 
 QString at(int64_t us)
@@ -62,10 +64,15 @@ void WhyReader::take(const Fact &fact, int64_t us)
             mDownUs = fact.value == "down" ? us : -1;
         return;
     case Fact::Kind::Renderer:
-        if (fact.value.startsWith("started") || fact.value.startsWith("ended"))
+        if (fact.value.startsWith("started") || fact.value.startsWith("ended")) {
             mIsRendererRunning = fact.value == "started";
-        else if (fact.value.endsWith(" on") || fact.value.endsWith(" off"))
+            mRendererEndedUs = mIsRendererRunning ? -1 : us;
+        } else if (fact.value.endsWith(" on") || fact.value.endsWith(" off"))
             mIsRendererRunning = true; // who sets a flag runs
+        return;
+    case Fact::Kind::Watchdog:
+        mIsFeeding = fact.value == "fed";
+        mSignUs = us;
         return;
     case Fact::Kind::Controller:
         if (fact.value.startsWith("ended"))
@@ -79,6 +86,9 @@ void WhyReader::take(const Fact &fact, int64_t us)
 void WhyReader::takeLog(const QString &line, int64_t us)
 {
     mIsControllerEnded = false;
+    mSignUs = us;
+    if (line.startsWith("=== avm stop"))
+        mIsFeeding = false;
     takeSignal(line, us);
     if (line.startsWith("sh: ") && line.contains(places::kPictureScript))
         mNewest.shellSaid = line.section(": ", -1);
@@ -107,6 +117,7 @@ void WhyReader::takeSignal(const QString &line, int64_t us)
     } else if (!isAllowed.isEmpty()) {
         mIsAllowed = isAllowed == "true";
         mIsAllowanceKnown = true;
+        mAllowanceUs = us;
     } else if (line.contains("start delayQuitRvcTimer")) {
         mDelayUs = us;
     } else if (line.contains("==== quit RVC") && mGear == "D") {
@@ -229,7 +240,8 @@ void WhyReader::takePower(const QString &value)
     mPicture = value == "on" ? "PVM" : "off"; // as the board wakes up
     mShownBy = {};
     mScript = {};
-    mIsRendererRunning = false;
+    mIsRendererRunning = mIsFeeding = false;
+    mRendererEndedUs = -1;
     mIsControllerEnded = false;
 }
 
@@ -297,7 +309,7 @@ Why WhyReader::now(int64_t us) const
         return {mPicture, "the board has no power", {}};
     if (mPicture == "?")
         return {mPicture, kUnknown, {}};
-    return {mPicture, because(), unmet(us)};
+    return {mPicture, because() + drawnBy(), unmet(us)};
 }
 
 QString WhyReader::because() const
@@ -318,6 +330,14 @@ QString WhyReader::because() const
         return "R since " + at(request.us);
     const QString text = request.what + " at " + at(request.us);
     return isStillWanted(request) ? text : text + ", kept since";
+}
+
+/// PVM is routed all the same when nobody is there to draw it.
+QString WhyReader::drawnBy() const
+{
+    return mPicture == "PVM" && mRendererEndedUs >= 0
+               ? "; no renderer runs since " + at(mRendererEndedUs)
+               : QString();
 }
 
 QString WhyReader::unmet(int64_t us) const
@@ -407,6 +427,7 @@ QString WhyReader::unmetLever(int64_t us) const
         return {};
     const Told &told = mTold[gear];
     const QString wish = gear + " since " + at(told.sinceUs) + ": ";
+    const int taken = told.id == kGearId ? 5 : 11;
     if (!whyUnheard(us).isEmpty())
         return wish + whyUnheard(us);
     if (gear == "undefined")
@@ -418,6 +439,7 @@ QString WhyReader::unmetLever(int64_t us) const
            QStringLiteral("at most %1 frame%2 in a row")
                .arg(told.longest)
                .arg(told.longest == 1 ? "" : "s") +
+           (told.longest < taken ? QStringLiteral(" of the %1 that it takes").arg(taken) : "") +
            (others.isEmpty() ? "" : ", " + others.join(", "));
 }
 
@@ -429,7 +451,7 @@ QString WhyReader::unmetRear() const
     return "R since " + at(mGearUs) +
            (mNewest.picture.isEmpty() || mNewest.us > mGearUs
                 ? QStringLiteral(": ") + kUnknown
-                : ": within the 100 ms, not asked anew");
+                : ": again within the 100 ms after R, nobody asks anew");
 }
 
 /// It has taken P and has not asked for DA.
@@ -439,7 +461,7 @@ QString WhyReader::unmetPark() const
         mShownBy.us > mGearUs || mNewest.us > mGearUs || isLightOn(mLight))
         return {};
     return "P since " + at(mGearUs) + ": " +
-           (mIsGearWithinDelay ? "within the 100 ms after R, not asked" : kUnknown);
+           (mIsGearWithinDelay ? "within the 100 ms after R, nobody asks" : kUnknown);
 }
 
 QString WhyReader::unmetLight(int64_t us) const
@@ -447,6 +469,10 @@ QString WhyReader::unmetLight(int64_t us) const
     // Without a frame the controller's word counts.
     const QString light = mLightSent.isEmpty() ? mLight : mLightSent;
     const int64_t sinceUs = mLightSent.isEmpty() ? mLightUs : mLightSentUs;
+    if (!isLightOn(light) && isLightOn(mLight) && mPicture == "PVM")
+        return whyUnheard(us).isEmpty()
+                   ? kUnknown
+                   : "turn light off since " + at(sinceUs) + ": " + whyUnheard(us);
     if (!isLightOn(light) || mPicture == "PVM" || mNewest.isFor("PVM"))
         return {};
     const QString wish = lightText(light) + " since " + at(sinceUs) + ": ";
@@ -462,7 +488,8 @@ QString WhyReader::whyNotAllowed() const
     if (!mIsRendererRunning)
         return mIsAllowanceKnown ? "no renderer runs, and its turn switch was off"
                                  : "no renderer runs";
-    return mIsAllowanceKnown ? "the renderer's turn switch is off" : "not allowed yet";
+    return mIsAllowanceKnown ? "the renderer's turn switch is off since " + at(mAllowanceUs)
+                             : "not allowed yet";
 }
 
 QString WhyReader::unmetSpeed(int64_t us) const
@@ -493,5 +520,7 @@ QString WhyReader::whyUnheard(int64_t us) const
         return "can0 is down since " + at(mDownUs);
     if (!mRunning.isEmpty())
         return "the controller waits for " + mRunning + " since " + at(mRunningUs);
+    if (mIsFeeding && us - mSignUs > kQuietUs)
+        return "no sign of the controller since " + at(mSignUs);
     return us - kLossUs < mLostUs ? QStringLiteral("frames are lost, not read in time") : QString();
 }

@@ -93,6 +93,7 @@ private:
     bool isLightOn(const QString &light) const { return light == "LEFT" || light == "RIGHT"; }
     QString holder() const;
     QString because() const;
+    QString drawnBy() const;
     QString unmet(int64_t us) const;
 
     // Each tells why its wish is not fulfilled; empty if it is or nothing is wished.
@@ -125,13 +126,17 @@ private:
     bool mIsGearWithinDelay = false; ///< taken while the 100 ms ran
     QString mLight;
     int64_t mLightUs = 0;
-    int64_t mDelayUs = -1;   ///< since when R is left and not yet acted on
-    int64_t mClickUs = -1;   ///< of one that asked for nothing
-    int64_t mByHandUs = -1;  ///< PVM was opened by a click in D while moving, and no rule undid it
-    Request mSpeedAsked;     ///< the last one of the speed
-    bool mIsAllowed = false; ///< the turn light may bring PVM
+    int64_t mDelayUs = -1;    ///< since when R is left and not yet acted on
+    int64_t mClickUs = -1;    ///< of one that asked for nothing
+    int64_t mByHandUs = -1;   ///< PVM was opened by a click in D while moving, and no rule undid it
+    Request mSpeedAsked;      ///< the last one of the speed
+    int64_t mAllowanceUs = 0; ///< since when the turn light may bring PVM, or may not
+    int64_t mRendererEndedUs = -1; ///< since when none runs, where one did
+    int64_t mSignUs = 0;           ///< the last of the controller
+    bool mIsAllowed = false;       ///< the turn light may bring PVM
     bool mIsAllowanceKnown = false;
     bool mIsRendererRunning = false;
+    bool mIsFeeding = false; ///< the watchdog, once a second
     bool mIsControllerEnded = false;
 
     // The vehicle and the bus.

@@ -56,6 +56,7 @@ static QStringList linesOf(const QString &words)
         {"refused", {"====  toSwitchVideo  isCanOutFromPVM  false"}},
         {"fast",
          {"==== greater than LIMTT_SPEED ====  curSpeed  " + word.last() + "  lastSpeed  1"}},
+        {"stop", {"=== avm stop ==="}},
         {"shell", {"sh: 1: /etc/set_t840gmsl_0.sh: Permission denied"}},
     };
     return lines.value(word.first());
@@ -85,6 +86,8 @@ static QString whyOf(const QString &story)
             reader.take({Kind::Controller, "", rest}, us);
         else if (words.startsWith("loss"))
             reader.takeLoss(us);
+        else if (words.startsWith("watchdog"))
+            reader.take({Kind::Watchdog, "", rest}, us);
         else if (!sendWords(&reader, words, us))
             for (const QString &said : linesOf(words))
                 reader.take({Kind::Log, said, ""}, us);
@@ -138,27 +141,35 @@ private Q_SLOTS:
              "DA P at 1.000 | R at 2.000: the log does not tell"},
             // The lever: who says what, and whether the controller can have heard it.
             {toDA + "2 car gear R; 2.01 car gear R; 2.02 car gear P; 2.03 car gear R",
-             "DA P at 1.000 | R since 2.000: at most 2 frames in a row, 0x1004501 says P"},
+             "DA P at 1.000 | R since 2.000: at most 2 frames in a row of the 5 that it takes, "
+             "0x1004501 says P"},
             {toDA + "2 car gear R; 2.01 node gear P; 2.02 car gear R; 2.03 node gear P",
-             "DA P at 1.000 | R since 2.000: at most 1 frame in a row, 0x1004001 says P"},
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row of the 5 that it takes, "
+             "0x1004001 says P"},
             {toDA + "2 car gear R; " + QString("2 node gear R; ").repeated(20) + "2 now",
              "DA P at 1.000 | R since 2.000: more than 20 frames in a row, not taken"},
             {toDA + "2 car gear R; " + QString("2 node gear R; ").repeated(19) + "2 now",
              "DA P at 1.000 | R since 2.000: at most 20 frames in a row"},
             {toDA + "2 car gear R; 2.089 now",
-             "DA P at 1.000 | R since 2.000: at most 1 frame in a row"},
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row of the 5 that it takes"},
             {toDA + "2 car gear R; 2.091 now", "DA P at 1.000 | "},
             {toDA + "1.5 bus down; 2 car gear R",
              "DA P at 1.000 | R since 2.000: can0 is down since 1.500"},
             {toDA + "1.5 bus down; 1.8 bus up; 2 car gear R",
-             "DA P at 1.000 | R since 2.000: at most 1 frame in a row"},
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row of the 5 that it takes"},
             {toDA + "1.9 car gear D; 1.95 car gear R; 1.96 car gear D; 1.97 car gear R; " + toPVM +
                  "2.01 now",
              "PVM R since 2.000 | "},
             {toDA + "1.8 loss; 2 car gear R",
              "DA P at 1.000 | R since 2.000: frames are lost, not read in time"},
             {toDA + "1.4 loss; 2 car gear R",
-             "DA P at 1.000 | R since 2.000: at most 1 frame in a row"},
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row of the 5 that it takes"},
+            {toDA + "1.5 watchdog fed; 1.8 loss; 2.92 car gear R; 3 car gear R",
+             "DA P at 1.000 | R since 2.920: at most 2 frames in a row of the 5 that it takes"},
+            {toDA + "1.5 watchdog fed; 2.93 car gear R; 3.01 car gear R",
+             "DA P at 1.000 | R since 2.930: no sign of the controller since 1.500"},
+            {toDA + "1.4 watchdog fed; 1.4 stop; 2.92 car gear R; 3 car gear R",
+             "DA P at 1.000 | R since 2.920: at most 2 frames in a row of the 5 that it takes"},
             {toDA + "1.5 controller ended: crashed; 2 car gear R",
              "DA P at 1.000 | R since 2.000: no controller runs"},
             {toDA + toPVM + "3 car gear bad",
@@ -169,13 +180,22 @@ private Q_SLOTS:
             {toDA + "2 renderer started; 2 car light LEFT; 2 light LEFT; 3 now",
              "DA P at 1.000 | turn light left since 2.000: not allowed yet"},
             {toDA + "2 renderer started; 2 forbidden; 2 car light RIGHT; 2 light RIGHT; 3 now",
-             "DA P at 1.000 | turn light right since 2.000: the renderer's turn switch is off"},
+             "DA P at 1.000 | turn light right since 2.000: the renderer's turn switch is off "
+             "since 2.000"},
             {toDA + "2 forbidden; 2 car light RIGHT; 2 light RIGHT; 3 now",
              "DA P at 1.000 | turn light right since 2.000: no renderer runs, and its turn switch "
              "was off"},
             {toDA + "2 allowed; 3 car light LEFT; 3.05 now", "DA P at 1.000 | just sent"},
             {toDA + "2 allowed; 3 car light LEFT; 3.2 now",
              "DA P at 1.000 | the log does not tell"},
+            {turned + "4 car light OFF; 4.05 now", "PVM turn light left at 3.000 | just sent"},
+            {turned + "3.5 script 0; 4 car light OFF; 4.2 now",
+             "PVM turn light left at 3.000 | turn light off since 4.000: the controller waits for "
+             "set_t840gmsl_0.sh 0 since 3.500"},
+            {"0 renderer started; 0 renderer ended: killed; " + turned + "4 now",
+             "PVM turn light left at 3.000; no renderer runs since 0.000 | "},
+            {"0 renderer started; 0 renderer ended: killed; " + turned + "4 renderer started",
+             "PVM turn light left at 3.000 | "},
             // The speed and the switch.
             {toDA + "2 click; 2 to 1; 2 script 1; 2 exit 1 0; 2 shown PVM; 3 car speed 15; 4 now",
              "PVM click at 2.000 | "},

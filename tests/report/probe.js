@@ -85,14 +85,16 @@
   key("ArrowRight");
   expect(cursor() > before, "the arrow does not move the cursor");
 
-  // From failure to failure, and the whole why above the lanes.
+  // From failure to failure and wish to wish, and the whole why above the lanes.
   of("failure").forEach((failure, i) => {
     act(all("#failures a")[i], "click");
     expect(near(cursor(), failure.settled), `a click on failure ${i} leads to ${cursor()}`);
   });
   key("0");
   act(plot, "click", place(0));
-  [...new Set(of("failure").map(fact => fact.settled))].sort((a, b) => a - b).forEach(at => {
+  const unmet = of("why").filter((fact, i, whys) => (fact.unmet || fact.value.includes("no renderer")) && (i + 1 < whys.length ? whys[i + 1].t : end) - fact.t >= 0.5);
+  expect(all("#unmet a").length === Math.min(12, unmet.length), "not every wish that was not fulfilled is listed");
+  [...new Set(of("failure").map(fact => fact.settled).concat(unmet.map(fact => fact.t)))].sort((a, b) => a - b).forEach(at => {
     key("n");
     expect(near(cursor(), at), `n leads to ${cursor()}, not to ${at}`);
   });
