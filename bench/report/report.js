@@ -41,9 +41,12 @@ function picture(side) {
     [side + "picture"]: fact => fact.value}), whose(side) + "picture");
 }
 
+// What is not as somebody wishes: the other picture is not shown, or nobody draws this one.
+const wishOf = fact => (fact.unmet ? [`not ${fact.subject === "PVM" ? "DA" : "PVM"}: ${fact.unmet}`] : [])
+  .concat(fact.value.split("; ").slice(1)).join("; ");
 // Why the picture is shown and, below a ✗, why the other is not, as the bench has read it.
 function why(side) {
-  return band("why", 30, steps("", {[side + "why"]: fact => fact.value + (fact.unmet ? "\n✗ " + fact.unmet : "")}),
+  return band("why", 30, steps("", {[side + "why"]: fact => [fact.value.split("; ")[0], wishOf(fact)].filter(text => text).join("\n✗ ")}),
     whose(side) + "why");
 }
 
@@ -110,9 +113,8 @@ const gaps = feeds.map((fact, i) => ({fact, until: (feeds[i + 1] || {at: end}).a
   .filter(gap => gap.fact.value === "fed" && gap.until - gap.fact.at > 2.5).map(gap => Object.assign({until: gap.until},
     mark(gap.fact, "square", "not fed", `not fed for ${(gap.until - gap.fact.at).toFixed(1)} s`)));
 // For longer than a script takes, or the 100 ms: wishes that were not fulfilled, and PVM that nobody draws.
-const unmet = of("why").map((fact, i, all) => ({fact, until: (all[i + 1] || {at: end}).at,
-  text: fact.unmet ? `not ${fact.subject === "PVM" ? "DA" : "PVM"}: ${fact.unmet}` : `${fact.subject}, ${fact.value}`}))
-  .filter(wish => (wish.fact.unmet || wish.fact.value.includes("no renderer")) && wish.until - wish.fact.at >= 0.5);
+const unmet = of("why").map((fact, i, all) => ({fact, until: (all[i + 1] || {at: end}).at}))
+  .filter(wish => wishOf(wish.fact) && wish.until - wish.fact.at >= 0.5);
 const lanes = [
   picture(""),
   why(""),
@@ -174,7 +176,7 @@ function drawBands(lane) {
   const pieces = lane.steps.map((step, i) => ({value: step.value, at: `${seconds(step.at)} to ${seconds(ends[i].at)}`, from: x(step.at), to: x(ends[i].at)}))
     .filter(piece => piece.value && piece.value !== "0" && piece.to > Math.max(0, piece.from) && piece.from < width);
   const bands = lane.content.selectAll(".band").data(pieces).enter().append("g").attr("class", "band")
-    .classed("hatched", piece => /✗|not running|not told|no heartbeat|no renderer|^off$|^down$|^\?$/.test(piece.value)).attr("data-value", piece => piece.value);
+    .classed("hatched", piece => /✗|not running|not told|no heartbeat|^off$|^down$|^\?$/.test(piece.value)).attr("data-value", piece => piece.value);
   bands.each(function (piece) {
     const from = Math.max(0, piece.from) + 4, to = Math.min(width, piece.to);
     d3.select(this).append("title").text(`${piece.at}\n${piece.value}`);
@@ -225,8 +227,8 @@ function showCursor(at = now) {
     .attr("transform", `translate(${x(now)},0)`).select("text").text(seconds(now));
   lanes.forEach(lane => lane.reading.text(cut(lane.read(now), left - 22 - lane.title.length * 5.8, 7)));
   const reason = seen(of("why"), now).pop() || {subject: "", value: "", unmet: ""};
-  document.getElementById("why").textContent = `${seconds(now)} s: ${reason.subject}, ${reason.value}.`
-    + (reason.unmet ? ` ✗ Not ${reason.subject === "PVM" ? "DA" : "PVM"}: ${reason.unmet}.` : "");
+  document.getElementById("why").textContent = `${seconds(now)} s: ${reason.subject}, ${reason.value.split("; ")[0]}.`
+    + (wishOf(reason) ? ` ✗ ${wishOf(reason)}.` : "");
   const current = seen(log, now).length - 1, box = document.getElementById("log");
   entries.classed("now", (fact, i) => i === current);
   box.scrollTop = (entries[0][current] || {offsetTop: 0}).offsetTop - box.clientHeight / 2;
@@ -289,7 +291,7 @@ fill("#remarks", "remark", "li").text(fact => fact.subject);
 fill("#failures", "failure", "li").append("a").attr("href", "#why").text(fact => fact.subject)
   .on("click", fact => { d3.event.preventDefault(); goTo(fact.settled); });
 d3.select("#unmet").selectAll("li").data(unmet.slice(0, 12)).enter().append("li").append("a").attr("href", "#why")
-  .text(wish => `${seconds(wish.fact.at)} to ${seconds(wish.until)} ✗ ${wish.text}`)
+  .text(wish => `${seconds(wish.fact.at)} to ${seconds(wish.until)} ✗ ${wish.fact.subject}, ${wishOf(wish.fact)}`)
   .on("click", wish => { d3.event.preventDefault(); goTo(wish.fact.at); });
 if (unmet.length > 12)
   d3.select("#unmet").append("li").text(`and ${unmet.length - 12} more: key n`);
@@ -336,6 +338,6 @@ d3.select(document).on("keydown", () => {
 });
 d3.select("#with-log").on("change", function () { document.body.classList.toggle("with-log", this.checked); });
 d3.select(window).on("resize", layOut);
-now = failures.length ? failures[0] : d3.sum(of("run"), fact => fact.opens_at || 0);
+now = of("failure").length ? d3.min(of("failure"), fact => fact.settled) : failures.length ? failures[0] : d3.sum(of("run"), fact => fact.opens_at || 0);
 layOut();
 })();

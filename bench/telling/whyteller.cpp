@@ -5,7 +5,7 @@
 namespace {
 
 constexpr int64_t kStandsUs = 60'000; ///< longer than a gear's run of frames
-constexpr int64_t kFirstUs = 20'000;  ///< what the controller says of a picture has come by then
+constexpr int64_t kFirstUs = 10'000;  ///< what the controller says of a picture has come by then
 
 } // namespace
 

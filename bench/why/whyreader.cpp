@@ -69,6 +69,8 @@ void WhyReader::take(const Fact &fact, int64_t us)
             mRendererEndedUs = mIsRendererRunning ? -1 : us;
         } else if (fact.value.endsWith(" on") || fact.value.endsWith(" off"))
             mIsRendererRunning = true; // who sets a flag runs
+        if (fact.value.startsWith("turn-switch"))
+            mSwitchedOnUs = fact.value.endsWith("on") ? us : -1;
         return;
     case Fact::Kind::Watchdog:
         mIsFeeding = fact.value == "fed";
@@ -204,7 +206,9 @@ void WhyReader::takeRefusal(const QString &line)
 /// What keeps PVM on, as the controller has heard of it.
 QString WhyReader::holder() const
 {
-    return mGear == "R" ? "gear R" : isLightOn(mLight) ? lightText(mLight) : QString();
+    if (mGear != "R")
+        return isLightOn(mLight) ? lightText(mLight) : QString();
+    return isLightOn(mLight) && mIsAllowed ? "gear R and " + lightText(mLight) : "gear R";
 }
 
 void WhyReader::takeCommand(const QString &command, int64_t us)
@@ -290,7 +294,8 @@ bool WhyReader::takeGear(uint32_t id, const QString &gear, int64_t us)
     Told &told = mTold[gear];
     if (!wasTold)
         told = {id, us, us, 0};
-    told.id = id;
+    if (id == kGearId)
+        told.id = id; // whose frames are enough, where both tell it
     told.lastUs = us;
     told.longest = std::max(told.longest, mInARow);
     return !wasTold || gear != mGear;
@@ -324,7 +329,7 @@ QString WhyReader::because() const
                    : true;
     };
     const Request &request = isNewestUseful && isStillWanted(mNewest) ? mNewest : mShownBy;
-    if (request.picture.isEmpty())
+    if (!request.isFor(mPicture))
         return mScript.picture.isEmpty() ? "nobody asked: as at start" : kUnknown;
     if (request.what == "R" && isStillWanted(request))
         return "R since " + at(request.us);
@@ -365,7 +370,7 @@ QString WhyReader::unmetRequest(int64_t us) const
         return wish + mNewest.picture + " refused by " + mNewest.refusedBy +
                (mNewest.refusedBy == holder() ? "" : ", asked only once");
     if (!mNewest.shellSaid.isEmpty())
-        return wish + "script: " + mNewest.shellSaid;
+        return wish + QString(places::kPictureScript).section('/', -1) + ": " + mNewest.shellSaid;
     if (!mNewest.hasScript)
         return wish + (us - mNewest.us < kScriptUs
                            ? QString("no script has begun yet")
@@ -469,7 +474,7 @@ QString WhyReader::unmetLight(int64_t us) const
     // Without a frame the controller's word counts.
     const QString light = mLightSent.isEmpty() ? mLight : mLightSent;
     const int64_t sinceUs = mLightSent.isEmpty() ? mLightUs : mLightSentUs;
-    if (!isLightOn(light) && isLightOn(mLight) && mPicture == "PVM")
+    if (!isLightOn(light) && isLightOn(mLight) && mPicture == "PVM" && !isTold("R", us))
         return whyUnheard(us).isEmpty()
                    ? kUnknown
                    : "turn light off since " + at(sinceUs) + ": " + whyUnheard(us);
@@ -488,6 +493,9 @@ QString WhyReader::whyNotAllowed() const
     if (!mIsRendererRunning)
         return mIsAllowanceKnown ? "no renderer runs, and its turn switch was off"
                                  : "no renderer runs";
+    if (mSwitchedOnUs > mAllowanceUs)
+        return "the renderer's turn switch is on since " + at(mSwitchedOnUs) +
+               ", which the controller has not seen yet";
     return mIsAllowanceKnown ? "the renderer's turn switch is off since " + at(mAllowanceUs)
                              : "not allowed yet";
 }

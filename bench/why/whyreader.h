@@ -72,7 +72,7 @@ private:
     /// A gear that frames on the bus tell. Two nodes may tell different ones.
     struct Told
     {
-        uint32_t id = 0; ///< who told it last
+        uint32_t id = 0; ///< who tells it
         int64_t sinceUs = 0;
         int64_t lastUs = 0;
         int longest = 0; ///< frames in a row
@@ -132,6 +132,7 @@ private:
     Request mSpeedAsked;      ///< the last one of the speed
     int64_t mAllowanceUs = 0; ///< since when the turn light may bring PVM, or may not
     int64_t mRendererEndedUs = -1; ///< since when none runs, where one did
+    int64_t mSwitchedOnUs = -1;    ///< the renderer's turn switch, by itself
     int64_t mSignUs = 0;           ///< the last of the controller
     bool mIsAllowed = false;       ///< the turn light may bring PVM
     bool mIsAllowanceKnown = false;

@@ -136,7 +136,7 @@ private Q_SLOTS:
             {toDA + "2 gear 2; 2 enter-R; 2 script 1; 2 exit 1 7",
              "DA P at 1.000 | R at 2.000: script failed, status 7"},
             {toDA + "2 gear 2; 2 enter-R; 2 shell",
-             "DA P at 1.000 | R at 2.000: script: Permission denied"},
+             "DA P at 1.000 | R at 2.000: set_t840gmsl_0.sh: Permission denied"},
             {toDA + "2 gear 2; 2 enter-R; 2 script 1; 2 exit 1 0",
              "DA P at 1.000 | R at 2.000: the log does not tell"},
             // The lever: who says what, and whether the controller can have heard it.
@@ -145,6 +145,15 @@ private Q_SLOTS:
              "0x1004501 says P"},
             {toDA + "2 car gear R; 2.01 node gear P; 2.02 car gear R; 2.03 node gear P",
              "DA P at 1.000 | R since 2.000: at most 1 frame in a row of the 5 that it takes, "
+             "0x1004001 says P"},
+            {toDA + "2 car gear R; 2.01 node gear R; 2.02 node gear P; 2.03 node gear R",
+             "DA P at 1.000 | R since 2.000: at most 2 frames in a row of the 5 that it takes, "
+             "0x1004001 says P"},
+            {toDA + "2 node gear R; 2.01 car gear R; 2.02 node gear P; 2.03 node gear R",
+             "DA P at 1.000 | R since 2.000: at most 2 frames in a row of the 5 that it takes, "
+             "0x1004001 says P"},
+            {toDA + "2 node gear R; 2.02 node gear P; 2.04 node gear R",
+             "DA P at 1.000 | R since 2.000: at most 1 frame in a row of the 11 that it takes, "
              "0x1004001 says P"},
             {toDA + "2 car gear R; " + QString("2 node gear R; ").repeated(20) + "2 now",
              "DA P at 1.000 | R since 2.000: more than 20 frames in a row, not taken"},
@@ -188,6 +197,16 @@ private Q_SLOTS:
             {toDA + "2 allowed; 3 car light LEFT; 3.05 now", "DA P at 1.000 | just sent"},
             {toDA + "2 allowed; 3 car light LEFT; 3.2 now",
              "DA P at 1.000 | the log does not tell"},
+            {turned + "4 car light OFF; 4.15 car gear R; 4.2 now",
+             "PVM turn light left at 3.000 | "},
+            {toDA + "1 renderer started; 1 forbidden; 2 car light LEFT; 2 light LEFT; 2.5 renderer "
+                    "turn-switch on; 3 now",
+             "DA P at 1.000 | turn light left since 2.000: the renderer's turn switch is on since "
+             "2.500, which the controller has not seen yet"},
+            {turned + "4 gear 2; 4 enter-R; 5 car speed 16; 5 to 0; 5 refused; 5 fast 16",
+             "PVM turn light left at 3.000 | speed rose to 16 at 5.000: DA refused by gear R and "
+             "turn light "
+             "left"},
             {turned + "4 car light OFF; 4.05 now", "PVM turn light left at 3.000 | just sent"},
             {turned + "3.5 script 0; 4 car light OFF; 4.2 now",
              "PVM turn light left at 3.000 | turn light off since 4.000: the controller waits for "
