@@ -100,7 +100,7 @@ install_build_packages() {
     install_packages "${packages[@]}" "${!of_this_qt}" "$@"
 }
 
-# Configures once and builds what has changed. Further arguments go to cmake's configuration.
+# Configures once and builds what has changed, of TARGET if that is set. Further arguments go to cmake's configuration.
 build_all() {
     echo "Building in $build"
     local log=$build/configure.log
@@ -109,5 +109,5 @@ build_all() {
         tail -n 20 "$log" >&2
         fail "cmake could not configure; all of its words are in $log"
     fi
-    cmake --build "$build" || fail "the build failed"
+    cmake --build "$build" ${TARGET:+--target "$TARGET"} || fail "the build failed"
 }
