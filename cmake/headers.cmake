@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-# A build in units reads what nearly all of them include once. What needs no Qt, as the floors, goes without.
+# A build in units reads what nearly all of them include once. What needs no Qt, as the floors, goes without, and the
+# plugin, whose code is compiled for another place.
 
 add_library(pvm_headers OBJECT cmake/headers.cpp)
 target_link_libraries(pvm_headers PRIVATE pvm_build Qt${PVM_QT}::Core)
@@ -15,7 +16,7 @@ function(pvm_share_headers folder)
   get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
   foreach(target ${targets})
     get_property(type TARGET ${target} PROPERTY TYPE)
-    if(type MATCHES "^(EXECUTABLE|(STATIC|OBJECT|MODULE)_LIBRARY)$")
+    if(type MATCHES "^(EXECUTABLE|(STATIC|OBJECT)_LIBRARY)$")
       set_target_properties(${target} PROPERTIES PRECOMPILE_HEADERS_REUSE_FROM pvm_headers)
     endif()
   endforeach()
