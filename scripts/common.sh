@@ -8,6 +8,10 @@ packages=(g++ cmake ninja-build bubblewrap proot libedit-dev libjs-d3)
 qt5_packages=(qtbase5-dev libqt5serialbus5-dev libqt5serialbus5-plugins)
 qt6_packages=(qt6-base-dev qt6-serialbus-dev)
 
+# Where standard input is closed, as in CI, a program's first file would come in its place; the jobs of a kernel's
+# make then wait for each other in a loop.
+[ -e /dev/fd/0 ] || exec </dev/null
+
 fail() {
     echo "${0##*/}: $*" >&2
     exit 1
