@@ -211,7 +211,8 @@ private Q_SLOTS:
     {
         QFile full("/dev/full");
         QVERIFY(full.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
-        Facts facts(DriveClock(1), &full, false);
+        const DriveClock clock(1);
+        Facts facts(clock, &full, false);
         facts.add(0, "input", "ACC", "on");
         QCOMPARE(facts.fault(), QString("No space left on device"));
     }
