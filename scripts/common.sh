@@ -104,7 +104,9 @@ install_build_packages() {
     install_packages "${packages[@]}" "${!of_this_qt}" "$@"
 }
 
-# Configures once and builds what has changed, of TARGET if that is set. Further arguments go to cmake's configuration.
+# Configures once and builds what has changed, of build_target if a script sets that. Further arguments go to cmake's
+# configuration.
+build_target=
 build_all() {
     echo "Building in $build"
     local log=$build/configure.log
@@ -113,5 +115,5 @@ build_all() {
         tail -n 20 "$log" >&2
         fail "cmake could not configure; all of its words are in $log"
     fi
-    cmake --build "$build" ${TARGET:+--target "$TARGET"} || fail "the build failed"
+    cmake --build "$build" ${build_target:+--target "$build_target"} || fail "the build failed"
 }
