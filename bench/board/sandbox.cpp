@@ -87,16 +87,6 @@ void addGiven(SandboxRoot &root, const QStringList &programs)
     }
 }
 
-std::vector<QByteArray> environment()
-{
-    std::vector<QByteArray> words{"PATH=/usr/bin:/bin", "HOME=/tmp", "LANG=C.UTF-8"};
-    for (const char *name : {"TERM", "NO_COLOR", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS",
-                             "LSAN_OPTIONS", "TSAN_OPTIONS"})
-        if (qEnvironmentVariableIsSet(name))
-            words.push_back(QByteArray(name) + '=' + qgetenv(name));
-    return words;
-}
-
 std::vector<char *> pointersTo(std::vector<QByteArray> &words)
 {
     std::vector<char *> pointers;
@@ -116,7 +106,7 @@ pid_t start(const QString &program, const QStringList &arguments, int errorOutpu
     words.reserve(static_cast<size_t>(arguments.size()) + 1);
     for (const QString &argument : arguments)
         words.push_back(QFile::encodeName(argument));
-    std::vector<QByteArray> settings = environment();
+    std::vector<QByteArray> settings = sandbox::environment();
     const std::vector<char *> argv = pointersTo(words);
     const std::vector<char *> envp = pointersTo(settings);
     const bool isProot = program.endsWith("/proot");
@@ -253,6 +243,16 @@ bool runInside(const QString &maker, const QStringList &arguments, sandbox::Keys
 }
 
 } // namespace
+
+std::vector<QByteArray> sandbox::environment()
+{
+    std::vector<QByteArray> words{"PATH=/usr/bin:/bin", "HOME=/tmp", "LANG=C.UTF-8"};
+    for (const char *name : {"TERM", "NO_COLOR", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS",
+                             "LSAN_OPTIONS", "TSAN_OPTIONS"})
+        if (qEnvironmentVariableIsSet(name))
+            words.push_back(QByteArray(name) + '=' + qgetenv(name));
+    return words;
+}
 
 int sandbox::run(const QStringList &programs, bool hasRealCan, const QStringList &arguments,
                  QString *fault, Keys keys)

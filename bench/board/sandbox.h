@@ -5,6 +5,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <vector>
 
 /**
  * The sandbox that the board lives in, made by bubblewrap: own root composed from parts, own /tmp,
@@ -31,6 +32,9 @@ enum class Keys { Outside, Inside };
  */
 int run(const QStringList &programs, bool hasRealCan, const QStringList &arguments, QString *fault,
         Keys keys = Keys::Outside);
+
+/// "NAME=VALUE" of all that its processes have in their environment, a sanitizer's options too.
+std::vector<QByteArray> environment();
 
 /// The inner process's end. Its two arguments are descriptors: the socket and the true stderr.
 class Inside

@@ -3,6 +3,7 @@
 #include "bench/virtual/virtualtime.h"
 
 #include "bench/board/descriptor.h"
+#include "bench/board/sandbox.h"
 #include "bench/board/stopsignal.h"
 
 #include <QCoreApplication>
@@ -113,11 +114,9 @@ public:
         const QByteArray text = drive.readAll();
         stopsignal::await(); // from here on there is something to be cleared away
         QByteArray words;
-        // The sandbox has an environment of its own; these are what it takes along.
-        QStringList all{"/usr/bin/env", "-i", "PATH=/usr/bin:/bin"};
-        for (const char *name : {"TERM", "NO_COLOR", "TZ"})
-            if (qEnvironmentVariableIsSet(name))
-                all << name + QString('=') + qEnvironmentVariable(name);
+        QStringList all{"/usr/bin/env", "-i"};
+        for (const QByteArray &setting : sandbox::environment())
+            all << QFile::decodeName(setting);
         all << QCoreApplication::applicationFilePath() << virtualtime::kCommand;
         for (const QString &word : all + arguments)
             words += QFile::encodeName(word) + '\0';
@@ -204,6 +203,7 @@ private:
                                       "rootflags=/",
                                       "ro",
                                       "init=" + folder + "/init",
+                                      "seccomp=auto", // else its processes are traced
                                       "time-travel=inf-cpu",
                                       QByteArray("time-travel-start=") + kStart,
                                       "quiet",
@@ -266,7 +266,8 @@ int virtualtime::run(const QStringList &arguments, int input, const QList<int> &
     }
     const int code = machine.code();
     if (code < 0)
-        *fault = "virtual time takes a machine that allows ptrace; the kernel ended early: " +
+        *fault = "virtual time takes a machine that allows seccomp filters or ptrace; the kernel "
+                 "ended early: " +
                  machine.words();
     for (int fd : outputs)
         if (fd >= 0 && !machine.give(fd)) {
