@@ -191,7 +191,9 @@ QString WhyReader::unmetSpeed(int64_t us) const
         return wish + whyUnheard(us);
     if (mByHandUs >= 0)
         return wish + "speed rule off since PVM was opened by hand at " + at(mByHandUs);
-    return mWasRuleOff ? wish + "only its rise asks, and the rule was off then" : kUnknown;
+    if (mWasRuleOff)
+        return wish + "only its rise asks, and the rule was off then";
+    return mWasAskedAway ? wish + "only its rise asks, and DA was taken as routed then" : kUnknown;
 }
 
 /// Why the controller may not have heard what was sent; empty if it ought to have.

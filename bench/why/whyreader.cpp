@@ -259,6 +259,7 @@ bool WhyReader::takeFrame(const BusFrame &frame, int64_t us)
             else if (mFastUs < 0) {
                 mFastUs = us;
                 mWasRuleOff = mByHandUs >= 0;
+                mWasAskedAway = mNewest.isFor("DA");
             }
             isNews = true;
         }

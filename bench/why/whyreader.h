@@ -146,9 +146,10 @@ private:
     int mInARow = 0;
     QString mLightSent;
     int64_t mLightSentUs = 0;
-    int mSpeed = -1;          ///< nobody has told it yet
-    int64_t mFastUs = -1;     ///< since when the speed is above the limit
-    bool mWasRuleOff = false; ///< when it rose above it, since PVM was opened by hand
-    int64_t mDownUs = -1;     ///< since when can0 is down
+    int mSpeed = -1;            ///< nobody has told it yet
+    int64_t mFastUs = -1;       ///< since when the speed is above the limit
+    bool mWasRuleOff = false;   ///< when it rose above it, since PVM was opened by hand
+    bool mWasAskedAway = false; ///< when it rose above it, DA was asked for already
+    int64_t mDownUs = -1;       ///< since when can0 is down
     int64_t mLostUs = std::numeric_limits<int64_t>::min(); ///< when a frame was lost last
 };

@@ -231,6 +231,13 @@ private Q_SLOTS:
                     "4 gear 2; 4 enter-R; 5 gear 4; 5 leave-R; 5.1 left-R; 6 now",
              "PVM click at 2.000 | speed above 15 since 3.000: only its rise asks, and the rule "
              "was off then"},
+            {toDA + toPVM +
+                 "3 gear 3; 3 car speed 20; 3 to 0; 3 fast 20; 3 script 0; 3 exit 0 1; 4 car speed "
+                 "9; "
+                 "5 car speed 20; 6 click; 6 to 1; 6 script 1; 6 exit 1 0; 6 shown PVM; 7 now",
+             "PVM click at 6.000 | speed above 15 since 5.000: only its rise asks, and DA was "
+             "taken "
+             "as routed then"},
             {toDA + toPVM + "3 click", "PVM R since 2.000 | click at 3.000: held by gear R"},
         };
         for (const QStringList &row : rows)
